@@ -1,0 +1,43 @@
+#include "Descrambler.h"
+
+#include <utility>
+
+#include "tuner/Tuner.h"
+
+namespace android {
+namespace hardware {
+namespace tv {
+namespace tuner {
+namespace V1_0 {
+namespace implementation {
+
+Descrambler::Descrambler(sp<Tuner> tuner) : mTuner(std::move(tuner)) {}
+
+Descrambler::~Descrambler() = default;
+
+Return<Result> Descrambler::setDemuxSource(uint32_t) {
+    return Result::SUCCESS;
+}
+
+Return<Result> Descrambler::setKeyToken(const hidl_vec<uint8_t>&) {
+    return Result::SUCCESS;
+}
+
+Return<Result> Descrambler::addPid(const DemuxPid&, const sp<IFilter>&) {
+    return Result::SUCCESS;
+}
+
+Return<Result> Descrambler::removePid(const DemuxPid&, const sp<IFilter>&) {
+    return Result::SUCCESS;
+}
+
+Return<Result> Descrambler::close() {
+    return Result::SUCCESS;
+}
+
+}  // namespace implementation
+}  // namespace V1_0
+}  // namespace tuner
+}  // namespace tv
+}  // namespace hardware
+}  // namespace android

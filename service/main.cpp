@@ -1,0 +1,5 @@
+#include "service/ServiceMain.h"
+
+int main() {
+    return runTunerService();
+}

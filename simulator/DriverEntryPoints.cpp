@@ -1,0 +1,43 @@
+// The driver's C entry points, served by the simulated box.
+#include "driver/MoxTuner.h"
+#include "simulator/SimulatedDriver.h"
+
+using mox::sim::simulator;
+
+extern "C" {
+
+int MOX_Tuner_Init(void) {
+    return simulator().init();
+}
+int MOX_Tuner_GetCapabilities(MOX_TunerCapability_t* capability) {
+    return simulator().getCapabilities(capability);
+}
+int MOX_Tuner_Scan(uint8_t tunerIndex, MOX_TunerParam_t param) {
+    return simulator().scan(tunerIndex, param);
+}
+int MOX_Tuner_IsLocked(uint8_t tunerIndex) {
+    return simulator().isLocked(tunerIndex);
+}
+int MOX_Tuner_GetInfo(uint8_t tunerIndex, MOX_TunerSignalInfo_t* info) {
+    return simulator().getInfo(tunerIndex, info);
+}
+int MOX_Tuner_GetParamInfo(uint8_t tunerIndex, MOX_TunerParamInfo_t* info) {
+    return simulator().getParamInfo(tunerIndex, info);
+}
+int MOX_Tuner_Release(uint8_t tunerIndex) {
+    return simulator().release(tunerIndex);
+}
+int MOX_Tuner_SetLNBMode(int32_t lnbId, uint32_t mode) {
+    return simulator().setLnbMode(lnbId, mode);
+}
+int MOX_Tuner_Set22KContinues(int32_t lnbId, uint32_t on) {
+    return simulator().set22k(lnbId, on);
+}
+int MOX_Tuner_SendDiSEqCToneBurst(int32_t lnbId, uint32_t burst) {
+    return simulator().sendToneBurst(lnbId, burst);
+}
+int MOX_Tuner_SendDiSEqCCmd(int32_t lnbId, MOX_DiSEqCCmd_t cmd) {
+    return simulator().sendDiseqc(lnbId, cmd);
+}
+
+}  // extern "C"

@@ -1,0 +1,244 @@
+#include "simulator/SimulatedDriver.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstring>
+#include <utility>
+
+namespace mox {
+namespace sim {
+
+namespace {
+
+constexpr size_t kEntries =
+        sizeof(MOX_TunerCapability_t::tFrontend) / sizeof(MOX_TunerCapability_t::tFrontend[0]);
+// A demodulator locks to a symbol rate within 1% of the transmitted one.
+constexpr uint32_t kSymbolRateTolerancePercent = 1;
+
+uint64_t steadyNowUs() {
+    using namespace std::chrono;
+    return duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
+bool isSatellite(uint32_t system) {
+    return system == MOX_TUNER_TYPE_DVBS || system == MOX_TUNER_TYPE_DVBS2;
+}
+
+float clampPercent(float value) {
+    return std::min(100.0f, std::max(0.0f, value));
+}
+
+}  // namespace
+
+SimulatedDriver::SimulatedDriver() : mClock(steadyNowUs) {
+    setCapabilities(defaultCapabilities());
+    mAir = defaultAir();
+}
+
+void SimulatedDriver::setClock(Clock clock) {
+    std::lock_guard<std::mutex> guard(mLock);
+    mClock = clock ? std::move(clock) : Clock(steadyNowUs);
+}
+
+// One tuner per channel of every listed entry, one LNB per voltage entry of the largest
+// satellite list: the same numbering the service uses.
+void SimulatedDriver::setCapabilities(const MOX_TunerCapability_t& capability) {
+    std::lock_guard<std::mutex> guard(mLock);
+    mCapability = capability;
+    size_t tuners = 0;
+    size_t lnbs = 0;
+    for (size_t e = 0; e < std::min<size_t>(capability.ucFrontendCnt, kEntries); ++e) {
+        const MOX_TunerFrontendCap_t& entry = capability.tFrontend[e];
+        tuners += entry.ucChannelCnt;
+        if (isSatellite(entry.tTypeSupport.eValues[0])) {
+            lnbs = std::max<size_t>(lnbs, entry.tCapability.tDvbs.tLnb.ucCnt);
+        }
+    }
+    mTuners.assign(tuners, TunerState());
+    mLnbs.assign(lnbs, LnbState());
+}
+
+void SimulatedDriver::setAir(std::vector<Transmitter> air) {
+    std::lock_guard<std::mutex> guard(mLock);
+    mAir = std::move(air);
+    for (TunerState& tuner : mTuners)
+        tuner.transmitter = tuner.tuned ? matchLocked(tuner.param) : -1;
+}
+
+std::vector<Transmitter> SimulatedDriver::air() const {
+    std::lock_guard<std::mutex> guard(mLock);
+    return mAir;
+}
+
+LnbState SimulatedDriver::lnb(int32_t lnbId) const {
+    std::lock_guard<std::mutex> guard(mLock);
+    return lnbId >= 0 && static_cast<size_t>(lnbId) < mLnbs.size() ? mLnbs[lnbId] : LnbState();
+}
+
+int SimulatedDriver::tunerCount() const {
+    std::lock_guard<std::mutex> guard(mLock);
+    return static_cast<int>(mTuners.size());
+}
+
+int SimulatedDriver::init() {
+    return 0;
+}
+
+int SimulatedDriver::getCapabilities(MOX_TunerCapability_t* capability) {
+    if (capability == nullptr) return -1;
+    std::lock_guard<std::mutex> guard(mLock);
+    *capability = mCapability;
+    return 0;
+}
+
+int SimulatedDriver::matchLocked(const MOX_TunerParam_t& param) const {
+    for (size_t i = 0; i < mAir.size(); ++i) {
+        const Transmitter& tx = mAir[i];
+        if (tx.system != param.eTunerType || tx.frequencyMHz != param.uiFreqMHz) continue;
+        if (tx.symbolRate != 0) {
+            const uint64_t difference = param.uiSymbolRate > tx.symbolRate
+                                                ? param.uiSymbolRate - tx.symbolRate
+                                                : tx.symbolRate - param.uiSymbolRate;
+            if (difference * 100 > uint64_t{tx.symbolRate} * kSymbolRateTolerancePercent) continue;
+        }
+        if (tx.bandwidth != 0 && param.eBandwidth != tx.bandwidth &&
+            param.eBandwidth != MOX_TUNER_BW_AUTO) {
+            continue;
+        }
+        return static_cast<int>(i);
+    }
+    return -1;
+}
+
+SimulatedDriver::TunerState* SimulatedDriver::tunerLocked(uint8_t tunerIndex) {
+    return tunerIndex < mTuners.size() ? &mTuners[tunerIndex] : nullptr;
+}
+
+bool SimulatedDriver::lockedLocked(const TunerState& tuner) const {
+    if (!tuner.tuned || tuner.transmitter < 0) return false;
+    const uint64_t delayUs = uint64_t{mAir[tuner.transmitter].lockDelayMs} * 1000;
+    return mClock() - tuner.tunedAtUs >= delayUs;
+}
+
+// Deterministic noise in [-amplitude, amplitude].
+float SimulatedDriver::jitterLocked(float amplitude) {
+    mNoiseSeed = mNoiseSeed * 1103515245u + 12345u;
+    const float unit = static_cast<float>((mNoiseSeed >> 16) & 0x7FFF) / 32767.0f;
+    return (unit * 2.0f - 1.0f) * amplitude;
+}
+
+int SimulatedDriver::scan(uint8_t tunerIndex, const MOX_TunerParam_t& param) {
+    std::lock_guard<std::mutex> guard(mLock);
+    TunerState* tuner = tunerLocked(tunerIndex);
+    if (tuner == nullptr || param.eTunerType == 0) return -1;
+    tuner->tuned = true;
+    tuner->param = param;
+    tuner->tunedAtUs = mClock();
+    tuner->transmitter = matchLocked(param);
+    return 0;
+}
+
+int SimulatedDriver::isLocked(uint8_t tunerIndex) {
+    std::lock_guard<std::mutex> guard(mLock);
+    const TunerState* tuner = tunerLocked(tunerIndex);
+    if (tuner == nullptr) return -1;
+    return lockedLocked(*tuner) ? 0 : 1;
+}
+
+int SimulatedDriver::getInfo(uint8_t tunerIndex, MOX_TunerSignalInfo_t* info) {
+    std::lock_guard<std::mutex> guard(mLock);
+    const TunerState* tuner = tunerLocked(tunerIndex);
+    if (tuner == nullptr || info == nullptr) return -1;
+    if (!tuner->tuned) return 0;  // an idle tuner reports nothing
+    if (!lockedLocked(*tuner)) {
+        info->lock = 0;
+        info->strength = static_cast<uint32_t>(5.0f + jitterLocked(2.0f));
+        info->snr = std::max(0.0f, 1.5f + jitterLocked(1.0f));
+        info->ber = 0.5f;
+        info->lber = 0.5f;
+        info->agc = 0x1FF;
+        info->powerlevel = static_cast<int32_t>(150.0f + jitterLocked(20.0f));
+        return 0;
+    }
+    const Transmitter& tx = mAir[tuner->transmitter];
+    const float cn = tx.cnDb + jitterLocked(0.3f);
+    info->lock = 1;
+    info->strength = static_cast<uint32_t>(clampPercent(tx.levelDbuV * 1.3f));
+    info->quality = static_cast<uint32_t>(clampPercent((cn - 8.0f) * 4.0f));
+    info->snr = cn;
+    info->ber = std::pow(10.0f, -cn / 4.0f);
+    info->lber = info->ber / 100.0f;
+    info->agc = 0x100 + static_cast<uint32_t>(std::max(0.0f, 100.0f - tx.levelDbuV));
+    info->powerlevel = static_cast<int32_t>(std::lround((tx.levelDbuV + jitterLocked(0.4f)) * 10));
+    info->packetError = info->lber * 1000.0f;
+    info->mer = cn - 0.8f + jitterLocked(0.2f);
+    return 0;
+}
+
+int SimulatedDriver::getParamInfo(uint8_t tunerIndex, MOX_TunerParamInfo_t* info) {
+    std::lock_guard<std::mutex> guard(mLock);
+    const TunerState* tuner = tunerLocked(tunerIndex);
+    if (tuner == nullptr || info == nullptr) return -1;
+    if (!tuner->tuned) return 0;
+    info->eTunerType = tuner->param.eTunerType;
+    if (lockedLocked(*tuner)) {
+        const Transmitter& tx = mAir[tuner->transmitter];
+        info->eHierarchy = tx.hierarchy;
+        info->ucPlpId = tx.plpIds.empty() ? 0 : tx.plpIds.front();
+    }
+    return 0;
+}
+
+int SimulatedDriver::release(uint8_t tunerIndex) {
+    std::lock_guard<std::mutex> guard(mLock);
+    TunerState* tuner = tunerLocked(tunerIndex);
+    if (tuner == nullptr) return -1;
+    *tuner = TunerState();
+    return 0;
+}
+
+LnbState* SimulatedDriver::lnbLocked(int32_t lnbId) {
+    return lnbId >= 0 && static_cast<size_t>(lnbId) < mLnbs.size() ? &mLnbs[lnbId] : nullptr;
+}
+
+int SimulatedDriver::setLnbMode(int32_t lnbId, uint32_t mode) {
+    std::lock_guard<std::mutex> guard(mLock);
+    LnbState* lnb = lnbLocked(lnbId);
+    if (lnb == nullptr || mode > 2) return -1;
+    lnb->mode = mode;
+    return 0;
+}
+
+int SimulatedDriver::set22k(int32_t lnbId, uint32_t on) {
+    std::lock_guard<std::mutex> guard(mLock);
+    LnbState* lnb = lnbLocked(lnbId);
+    if (lnb == nullptr) return -1;
+    lnb->tone = on;
+    return 0;
+}
+
+int SimulatedDriver::sendToneBurst(int32_t lnbId, uint32_t burst) {
+    std::lock_guard<std::mutex> guard(mLock);
+    LnbState* lnb = lnbLocked(lnbId);
+    if (lnb == nullptr || burst > 1) return -1;
+    lnb->lastBurst = static_cast<int32_t>(burst);
+    return 0;
+}
+
+int SimulatedDriver::sendDiseqc(int32_t lnbId, const MOX_DiSEqCCmd_t& cmd) {
+    std::lock_guard<std::mutex> guard(mLock);
+    LnbState* lnb = lnbLocked(lnbId);
+    if (lnb == nullptr || cmd.ucLen > MOX_DISEQC_MSG_MAX) return -1;
+    lnb->lastDiseqc.assign(cmd.ucData, cmd.ucData + cmd.ucLen);
+    ++lnb->diseqcCount;
+    return 0;
+}
+
+SimulatedDriver& simulator() {
+    static SimulatedDriver* instance = new SimulatedDriver();  // used until the process ends
+    return *instance;
+}
+
+}  // namespace sim
+}  // namespace mox

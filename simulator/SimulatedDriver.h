@@ -1,0 +1,94 @@
+// A simulated MOX tuner driver: a set-top box with terrestrial, cable and satellite tuners in
+// front of a virtual broadcast environment. A tuner locks when the record it was given matches
+// a transmitter on the air (delivery system, MHz, symbol rate within tolerance, bandwidth) and
+// the transmitter's lock delay has passed; its signal figures follow the transmitter.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <vector>
+
+#include "driver/MoxTuner.h"
+
+namespace mox {
+namespace sim {
+
+struct Transmitter {
+    uint32_t system;        // MOX_Tuner_Type code: 1 DVB-C, 4 DVB-T, 5 DVB-S, 6 DVB-S2, 7 DVB-T2
+    uint32_t frequencyMHz;  // centre frequency
+    uint32_t symbolRate;    // symbols per second; 0 for terrestrial
+    uint32_t bandwidth;     // MOX_Tuner_Bandwidth code; 0 where the system has none
+    float levelDbuV;        // received level
+    float cnDb;             // carrier to noise ratio
+    uint32_t lockDelayMs;   // time from tuning to lock
+    uint32_t hierarchy;     // MOX_DVBT_Hierarchy code
+    std::vector<uint8_t> plpIds;
+};
+
+// What the driver last received for one LNB.
+struct LnbState {
+    uint32_t mode = 0;
+    uint32_t tone = 0;
+    int32_t lastBurst = -1;  // -1 when no burst was sent
+    std::vector<uint8_t> lastDiseqc;
+    uint32_t diseqcCount = 0;
+};
+
+class SimulatedDriver {
+  public:
+    using Clock = std::function<uint64_t()>;  // microseconds
+
+    SimulatedDriver();
+
+    // The default box: DVB-T/T2 with 2 channels, DVB-C with 1, DVB-S/S2 with 1 and two LNBs.
+    static MOX_TunerCapability_t defaultCapabilities();
+    static std::vector<Transmitter> defaultAir();
+
+    void setClock(Clock clock);
+    void setCapabilities(const MOX_TunerCapability_t& capability);
+    void setAir(std::vector<Transmitter> air);
+    std::vector<Transmitter> air() const;
+    LnbState lnb(int32_t lnbId) const;
+    int tunerCount() const;
+
+    int init();
+    int getCapabilities(MOX_TunerCapability_t* capability);
+    int scan(uint8_t tunerIndex, const MOX_TunerParam_t& param);
+    int isLocked(uint8_t tunerIndex);
+    int getInfo(uint8_t tunerIndex, MOX_TunerSignalInfo_t* info);
+    int getParamInfo(uint8_t tunerIndex, MOX_TunerParamInfo_t* info);
+    int release(uint8_t tunerIndex);
+    int setLnbMode(int32_t lnbId, uint32_t mode);
+    int set22k(int32_t lnbId, uint32_t on);
+    int sendToneBurst(int32_t lnbId, uint32_t burst);
+    int sendDiseqc(int32_t lnbId, const MOX_DiSEqCCmd_t& cmd);
+
+  private:
+    struct TunerState {
+        bool tuned = false;
+        MOX_TunerParam_t param{};
+        uint64_t tunedAtUs = 0;
+        int transmitter = -1;  // index into mAir, -1 when nothing matches
+    };
+
+    bool lockedLocked(const TunerState& tuner) const;
+    int matchLocked(const MOX_TunerParam_t& param) const;
+    float jitterLocked(float amplitude);
+    TunerState* tunerLocked(uint8_t tunerIndex);
+    LnbState* lnbLocked(int32_t lnbId);
+
+    mutable std::mutex mLock;
+    Clock mClock;
+    MOX_TunerCapability_t mCapability;
+    std::vector<Transmitter> mAir;
+    std::vector<TunerState> mTuners;
+    std::vector<LnbState> mLnbs;
+    uint32_t mNoiseSeed = 12345;
+};
+
+// The instance behind the driver's C entry points.
+SimulatedDriver& simulator();
+
+}  // namespace sim
+}  // namespace mox

@@ -1,0 +1,74 @@
+#include <iostream>
+
+#include "Commands.h"
+#include "Output.h"
+#include "TunerClient.h"
+
+namespace tunerctl {
+
+namespace {
+
+bool frontendInfo(const sp<ITuner>& tuner, uint32_t id, FrontendInfo& info) {
+    Result result = Result::UNKNOWN_ERROR;
+    tuner->getFrontendInfo(id, [&](Result r, const FrontendInfo& i) {
+        result = r;
+        info = i;
+    });
+    return result == Result::SUCCESS;
+}
+
+}  // namespace
+
+int runFrontends(const GlobalOptions& global) {
+    sp<ITuner> tuner = connectTuner();
+    std::vector<std::string> json;
+    for (uint32_t id : frontendIds(tuner)) {
+        FrontendInfo info;
+        if (!frontendInfo(tuner, id, info)) continue;
+        if (global.json) {
+            json.push_back(frontendJson(id, info));
+        } else {
+            std::cout << describeFrontend(id, info);
+        }
+    }
+    if (global.json) std::cout << jsonArray(json) << "\n";
+    return 0;
+}
+
+int runInfo(const GlobalOptions& global, uint32_t id) {
+    sp<ITuner> tuner = connectTuner();
+    frontendIds(tuner);
+    FrontendInfo info;
+    if (!frontendInfo(tuner, id, info)) {
+        std::cerr << "frontend " << id << ": no such frontend\n";
+        return 1;
+    }
+    std::cout << (global.json ? frontendJson(id, info) + "\n" : describeFrontend(id, info));
+    return 0;
+}
+
+int runOverview(const GlobalOptions& global) {
+    if (global.json) {
+        // One document: {"frontends": [...], "lnbs": [...]} is what scripts expect.
+        sp<ITuner> tuner = connectTuner();
+        std::vector<std::string> frontends;
+        for (uint32_t id : frontendIds(tuner)) {
+            FrontendInfo info;
+            if (frontendInfo(tuner, id, info)) frontends.push_back(frontendJson(id, info));
+        }
+        std::vector<std::string> lnbs;
+        tuner->getLnbIds([&](Result, const hidl_vec<uint32_t>& ids) {
+            for (uint32_t id : ids) lnbs.push_back(std::to_string(id));
+        });
+        std::cout << JsonObject()
+                             .addRaw("frontends", jsonArray(frontends))
+                             .addRaw("lnbs", jsonArray(lnbs))
+                             .str()
+                  << "\n";
+        return 0;
+    }
+    const int status = runFrontends(global);
+    return status != 0 ? status : runLnbs(global);
+}
+
+}  // namespace tunerctl

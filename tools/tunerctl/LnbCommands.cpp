@@ -1,0 +1,106 @@
+#include <cstdio>
+#include <iostream>
+
+#include "Commands.h"
+#include "Output.h"
+#include "TunerClient.h"
+#include "ValueParsing.h"
+#include "simulator/SimulatedDriver.h"
+
+namespace tunerctl {
+
+namespace {
+
+std::string hexBytes(const std::vector<uint8_t>& bytes) {
+    std::string out;
+    for (uint8_t b : bytes) {
+        char text[4];
+        snprintf(text, sizeof(text), "%s%02X", out.empty() ? "" : " ", b);
+        out += text;
+    }
+    return out;
+}
+
+// What the simulated driver holds for the LNB after the commands.
+void showDriverState(const GlobalOptions& global, uint32_t id) {
+    const mox::sim::LnbState s = mox::sim::simulator().lnb(static_cast<int32_t>(id));
+    const char* burst = s.lastBurst < 0 ? "none" : (s.lastBurst == 0 ? "A" : "B");
+    if (global.json) {
+        std::cout << JsonObject()
+                             .add("lnb", id)
+                             .add("mode", s.mode)
+                             .add("tone", s.tone)
+                             .add("burst", burst)
+                             .add("diseqc", hexBytes(s.lastDiseqc))
+                             .str()
+                  << "\n";
+        return;
+    }
+    std::cout << "driver LNB " << id << ": mode " << s.mode << " ("
+              << (s.mode == 0   ? "off"
+                  : s.mode == 1 ? "13 V"
+                                : "18 V")
+              << "), 22 kHz tone " << (s.tone ? "on" : "off") << ", tone burst " << burst
+              << ", last DiSEqC [" << hexBytes(s.lastDiseqc) << "]\n";
+}
+
+bool report(const char* what, Result result) {
+    if (result == Result::SUCCESS) return true;
+    std::cerr << what << ": " << toString(result) << "\n";
+    return false;
+}
+
+}  // namespace
+
+int runLnbs(const GlobalOptions& global) {
+    sp<ITuner> tuner = connectTuner();
+    frontendIds(tuner);  // discovery creates the LNBs
+    std::vector<uint32_t> ids;
+    tuner->getLnbIds([&](Result, const hidl_vec<uint32_t>& list) { ids = list; });
+    if (global.json) {
+        std::vector<std::string> items;
+        for (uint32_t id : ids) items.push_back(std::to_string(id));
+        std::cout << jsonArray(items) << "\n";
+        return 0;
+    }
+    std::cout << "LNBs: " << ids.size() << "\n";
+    for (uint32_t id : ids) std::cout << "  lnb " << id << "\n";
+    return 0;
+}
+
+int runLnb(const GlobalOptions& global, const LnbOptions& o) {
+    sp<ITuner> tuner = connectTuner();
+    frontendIds(tuner);
+    sp<ILnb> lnb;
+    Result result = Result::UNKNOWN_ERROR;
+    tuner->openLnbById(o.id, [&](Result r, const sp<ILnb>& l) {
+        result = r;
+        lnb = l;
+    });
+    if (!report(("lnb " + std::to_string(o.id)).c_str(), result)) return 1;
+
+    if (!o.voltage.empty()) {
+        auto voltage = parseVoltage(o.voltage);
+        if (!voltage) return std::cerr << "invalid voltage: " << o.voltage << "\n", 2;
+        if (!report("setVoltage", lnb->setVoltage(*voltage))) return 1;
+    }
+    if (!o.tone.empty()) {
+        auto tone = parseTone(o.tone);
+        if (!tone) return std::cerr << "invalid tone: " << o.tone << "\n", 2;
+        if (!report("setTone", lnb->setTone(*tone))) return 1;
+    }
+    if (!o.position.empty()) {
+        auto position = parsePosition(o.position);
+        if (!position) return std::cerr << "invalid position: " << o.position << "\n", 2;
+        if (!report("setSatellitePosition", lnb->setSatellitePosition(*position))) return 1;
+    }
+    if (!o.diseqc.empty()) {
+        auto bytes = parseDiseqc(o.diseqc);
+        if (!bytes) return std::cerr << "invalid DiSEqC message: " << o.diseqc << "\n", 2;
+        if (!report("sendDiseqcMessage", lnb->sendDiseqcMessage(*bytes))) return 1;
+    }
+    showDriverState(global, o.id);
+    return 0;
+}
+
+}  // namespace tunerctl

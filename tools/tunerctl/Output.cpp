@@ -1,0 +1,269 @@
+#include "Output.h"
+
+#include <cstdio>
+#include <sstream>
+
+namespace tunerctl {
+
+namespace {
+
+std::string number(double value, int decimals) {
+    char buffer[64];
+    snprintf(buffer, sizeof(buffer), "%.*f", decimals, value);
+    return buffer;
+}
+
+struct CapabilityFields {
+    std::string kind;
+    std::vector<std::pair<std::string, std::vector<std::string>>> lists;
+    std::vector<std::pair<std::string, bool>> flags;
+};
+
+CapabilityFields capabilityFields(const FrontendInfo::FrontendCapabilities& caps) {
+    using D = FrontendInfo::FrontendCapabilities::hidl_discriminator;
+    CapabilityFields fields;
+    switch (caps.getDiscriminator()) {
+        case D::dvbcCaps: {
+            const auto& c = caps.dvbcCaps();
+            fields.kind = "dvbc";
+            fields.lists = {{"modulation", flagNames<FrontendDvbcModulation>(c.modulationCap)},
+                            {"fec", flagNames<FrontendInnerFec>(c.fecCap)},
+                            {"annex", flagNames<FrontendDvbcAnnex>(c.annexCap)}};
+            break;
+        }
+        case D::dvbsCaps: {
+            const auto& s = caps.dvbsCaps();
+            fields.kind = "dvbs";
+            fields.lists = {{"modulation", flagNames<FrontendDvbsModulation>(
+                                                   static_cast<uint32_t>(s.modulationCap))},
+                            {"innerFec", flagNames<FrontendInnerFec>(s.innerfecCap)},
+                            {"standard", flagNames<FrontendDvbsStandard>(s.standard)}};
+            break;
+        }
+        case D::dvbtCaps: {
+            const auto& t = caps.dvbtCaps();
+            fields.kind = "dvbt";
+            fields.lists = {
+                    {"transmissionMode",
+                     flagNames<FrontendDvbtTransmissionMode>(t.transmissionModeCap)},
+                    {"bandwidth", flagNames<FrontendDvbtBandwidth>(t.bandwidthCap)},
+                    {"constellation", flagNames<FrontendDvbtConstellation>(t.constellationCap)},
+                    {"coderate", flagNames<FrontendDvbtCoderate>(t.coderateCap)},
+                    {"hierarchy", flagNames<FrontendDvbtHierarchy>(t.hierarchyCap)},
+                    {"guardInterval", flagNames<FrontendDvbtGuardInterval>(t.guardIntervalCap)}};
+            fields.flags = {{"t2", t.isT2Supported}, {"miso", t.isMisoSupported}};
+            break;
+        }
+        default:
+            fields.kind = "other";
+            break;
+    }
+    return fields;
+}
+
+std::vector<std::string> statusCapNames(const FrontendInfo& info) {
+    std::vector<std::string> names;
+    for (FrontendStatusType type : info.statusCaps) names.push_back(toString(type));
+    return names;
+}
+
+std::string hierarchyName(FrontendDvbtHierarchy hierarchy) {
+    return hierarchy == FrontendDvbtHierarchy::UNDEFINED ? "-" : toString(hierarchy);
+}
+
+}  // namespace
+
+void JsonObject::key(const std::string& key) {
+    if (!mBody.empty()) mBody += ",";
+    mBody += jsonString(key) + ":";
+}
+
+JsonObject& JsonObject::add(const std::string& k, int64_t value) {
+    key(k);
+    mBody += std::to_string(value);
+    return *this;
+}
+
+JsonObject& JsonObject::add(const std::string& k, uint64_t value) {
+    key(k);
+    mBody += std::to_string(value);
+    return *this;
+}
+
+JsonObject& JsonObject::add(const std::string& k, bool value) {
+    key(k);
+    mBody += value ? "true" : "false";
+    return *this;
+}
+
+JsonObject& JsonObject::add(const std::string& k, const std::string& value) {
+    key(k);
+    mBody += jsonString(value);
+    return *this;
+}
+
+JsonObject& JsonObject::addRaw(const std::string& k, const std::string& json) {
+    key(k);
+    mBody += json;
+    return *this;
+}
+
+std::string jsonString(const std::string& text) {
+    std::string out = "\"";
+    for (char c : text) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (static_cast<unsigned char>(c) < 0x20) {
+            char escaped[8];
+            snprintf(escaped, sizeof(escaped), "\\u%04x", c);
+            out += escaped;
+        } else {
+            out += c;
+        }
+    }
+    return out + "\"";
+}
+
+std::string jsonArray(const std::vector<std::string>& jsonValues) {
+    return "[" + joined(jsonValues, ",") + "]";
+}
+
+std::vector<std::string> jsonStrings(const std::vector<std::string>& texts) {
+    std::vector<std::string> out;
+    for (const std::string& text : texts) out.push_back(jsonString(text));
+    return out;
+}
+
+std::string joined(const std::vector<std::string>& parts, const std::string& separator) {
+    std::string out;
+    for (size_t i = 0; i < parts.size(); ++i) out += (i ? separator : "") + parts[i];
+    return out;
+}
+
+std::string describeFrontend(uint32_t id, const FrontendInfo& info) {
+    std::ostringstream os;
+    os << "frontend " << id << ": " << toString(info.type) << "\n"
+       << "  frequency      " << info.minFrequency << " .. " << info.maxFrequency << " Hz\n"
+       << "  symbol rate    " << info.minSymbolRate << " .. " << info.maxSymbolRate << " sym/s\n"
+       << "  acquire range  " << info.acquireRange << " Hz\n"
+       << "  exclusive grp  " << info.exclusiveGroupId << "\n"
+       << "  status caps    " << joined(statusCapNames(info), " ") << "\n";
+    const CapabilityFields caps = capabilityFields(info.frontendCaps);
+    os << "  " << caps.kind << " caps\n";
+    for (const auto& [name, values] : caps.lists) {
+        os << "    " << name << ": " << (values.empty() ? "none" : joined(values, " | ")) << "\n";
+    }
+    for (const auto& [name, value] : caps.flags) {
+        os << "    " << name << ": " << (value ? "yes" : "no") << "\n";
+    }
+    return os.str();
+}
+
+std::string frontendJson(uint32_t id, const FrontendInfo& info) {
+    const CapabilityFields caps = capabilityFields(info.frontendCaps);
+    JsonObject capsJson;
+    capsJson.add("kind", caps.kind);
+    for (const auto& [name, values] : caps.lists)
+        capsJson.addRaw(name, jsonArray(jsonStrings(values)));
+    for (const auto& [name, value] : caps.flags) capsJson.add(name, value);
+    return JsonObject()
+            .add("id", id)
+            .add("type", toString(info.type))
+            .add("minFrequency", info.minFrequency)
+            .add("maxFrequency", info.maxFrequency)
+            .add("minSymbolRate", info.minSymbolRate)
+            .add("maxSymbolRate", info.maxSymbolRate)
+            .add("acquireRange", info.acquireRange)
+            .add("exclusiveGroupId", info.exclusiveGroupId)
+            .addRaw("statusCaps", jsonArray(jsonStrings(statusCapNames(info))))
+            .addRaw("caps", capsJson.str())
+            .str();
+}
+
+std::vector<std::pair<std::string, std::string>> statusRows(
+        const std::vector<FrontendStatus>& statuses) {
+    using D = FrontendStatus::hidl_discriminator;
+    std::vector<std::pair<std::string, std::string>> rows;
+    for (const FrontendStatus& s : statuses) {
+        switch (s.getDiscriminator()) {
+            case D::isDemodLocked:
+                rows.emplace_back("lock", s.isDemodLocked() ? "LOCKED" : "no lock");
+                break;
+            case D::snr:
+                rows.emplace_back("SNR", number(s.snr() / 1000.0, 1) + " dB");
+                break;
+            case D::ber:
+                rows.emplace_back("BER", number(s.ber() / 1e6, 6));
+                break;
+            case D::preBer:
+                rows.emplace_back("pre-BER", number(s.preBer() / 1e6, 6));
+                break;
+            case D::mer:
+                rows.emplace_back("MER", number(s.mer() / 1000.0, 1) + " dB");
+                break;
+            case D::agc:
+                rows.emplace_back("AGC", std::to_string(s.agc()));
+                break;
+            case D::signalQuality:
+                rows.emplace_back("quality", std::to_string(s.signalQuality()) + " %");
+                break;
+            case D::plpId:
+                rows.emplace_back("PLP id", std::to_string(s.plpId()));
+                break;
+            case D::hierarchy:
+                rows.emplace_back("hierarchy", hierarchyName(s.hierarchy()));
+                break;
+            case D::isRfLocked:
+                rows.emplace_back("RF lock", s.isRfLocked() ? "yes" : "no");
+                break;
+            default:
+                break;
+        }
+    }
+    return rows;
+}
+
+std::string statusJson(const std::vector<FrontendStatus>& statuses) {
+    using D = FrontendStatus::hidl_discriminator;
+    JsonObject json;
+    for (const FrontendStatus& s : statuses) {
+        switch (s.getDiscriminator()) {
+            case D::isDemodLocked:
+                json.add("locked", s.isDemodLocked());
+                break;
+            case D::snr:
+                json.addRaw("snrDb", number(s.snr() / 1000.0, 3));
+                break;
+            case D::ber:
+                json.addRaw("ber", number(s.ber() / 1e6, 6));
+                break;
+            case D::preBer:
+                json.addRaw("preBer", number(s.preBer() / 1e6, 6));
+                break;
+            case D::mer:
+                json.addRaw("merDb", number(s.mer() / 1000.0, 3));
+                break;
+            case D::agc:
+                json.add("agc", uint32_t{s.agc()});
+                break;
+            case D::signalQuality:
+                json.add("quality", s.signalQuality());
+                break;
+            case D::plpId:
+                json.add("plpId", uint32_t{s.plpId()});
+                break;
+            case D::hierarchy:
+                json.add("hierarchy", toString(s.hierarchy()));
+                break;
+            case D::isRfLocked:
+                json.add("rfLocked", s.isRfLocked());
+                break;
+            default:
+                break;
+        }
+    }
+    return json.str();
+}
+
+}  // namespace tunerctl

@@ -1,0 +1,60 @@
+// Human-readable and JSON renderings of what the service answers.
+#pragma once
+
+#include <android/hardware/tv/tuner/1.0/types.h>
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tunerctl {
+
+using namespace ::android::hardware::tv::tuner::V1_0;
+
+// A JSON object built field by field; values are numbers, strings, booleans or nested JSON.
+class JsonObject {
+  public:
+    JsonObject& add(const std::string& key, int64_t value);
+    JsonObject& add(const std::string& key, uint64_t value);
+    JsonObject& add(const std::string& key, uint32_t value) { return add(key, uint64_t{value}); }
+    JsonObject& add(const std::string& key, int32_t value) { return add(key, int64_t{value}); }
+    JsonObject& add(const std::string& key, bool value);
+    JsonObject& add(const std::string& key, const std::string& value);
+    JsonObject& add(const std::string& key, const char* value) {
+        return add(key, std::string(value));
+    }
+    JsonObject& addRaw(const std::string& key, const std::string& json);
+    std::string str() const { return "{" + mBody + "}"; }
+
+  private:
+    void key(const std::string& key);
+    std::string mBody;
+};
+
+std::string jsonString(const std::string& text);
+std::string jsonArray(const std::vector<std::string>& jsonValues);
+std::vector<std::string> jsonStrings(const std::vector<std::string>& texts);
+
+// The names of the enumerators of E whose bits are set in mask.
+template <typename E>
+std::vector<std::string> flagNames(uint64_t mask) {
+    std::vector<std::string> names;
+    for (E value : ::android::hardware::hidl_enum_range<E>()) {
+        const uint64_t bits = static_cast<uint64_t>(value);
+        if (bits != 0 && (mask & bits) == bits) names.push_back(toString(value));
+    }
+    return names;
+}
+
+std::string joined(const std::vector<std::string>& parts, const std::string& separator);
+
+std::string describeFrontend(uint32_t id, const FrontendInfo& info);
+std::string frontendJson(uint32_t id, const FrontendInfo& info);
+
+// One (name, value) row per answered status, in answer order.
+std::vector<std::pair<std::string, std::string>> statusRows(
+        const std::vector<FrontendStatus>& statuses);
+std::string statusJson(const std::vector<FrontendStatus>& statuses);
+
+}  // namespace tunerctl

@@ -1,0 +1,62 @@
+#include "TunerClient.h"
+
+#include <hidl/HidlTransportSupport.h>
+#include <signal.h>
+
+#include <atomic>
+
+extern "C" ::android::hardware::tv::tuner::V1_0::ITuner* HIDL_FETCH_ITuner(const char* name);
+
+namespace tunerctl {
+
+namespace {
+std::atomic<bool> gInterrupted{false};
+
+void onInterrupt(int) {
+    gInterrupted = true;
+}
+}  // namespace
+
+sp<ITuner> connectTuner() {
+    ::android::hardware::configureRpcThreadpool(1, false);
+    if (ITuner::getService() == nullptr) {
+        sp<ITuner> service = HIDL_FETCH_ITuner("default");
+        if (service->registerAsService("default") != ::android::OK) return nullptr;
+    }
+    return ITuner::getService();
+}
+
+std::vector<uint32_t> frontendIds(const sp<ITuner>& tuner) {
+    std::vector<uint32_t> ids;
+    tuner->getFrontendIds([&](Result, const hidl_vec<uint32_t>& list) { ids = list; });
+    return ids;
+}
+
+sp<IFrontend> openFrontend(const sp<ITuner>& tuner, uint32_t id, std::string& error) {
+    frontendIds(tuner);  // discovery
+    sp<IFrontend> frontend;
+    Result result = Result::UNKNOWN_ERROR;
+    tuner->openFrontendById(id, [&](Result r, const sp<IFrontend>& f) {
+        result = r;
+        frontend = f;
+    });
+    if (result != Result::SUCCESS) {
+        error = "frontend " + std::to_string(id) + ": " + toString(result);
+        return nullptr;
+    }
+    return frontend;
+}
+
+bool interrupted() {
+    return gInterrupted;
+}
+
+void installInterruptHandler() {
+    struct sigaction action = {};
+    action.sa_handler = onInterrupt;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
+
+}  // namespace tunerctl

@@ -1,0 +1,27 @@
+// How tunerctl reaches the service: in process, as a passthrough client would.
+#pragma once
+
+#include <android/hardware/tv/tuner/1.0/ITuner.h>
+
+#include <string>
+#include <vector>
+
+namespace tunerctl {
+
+using namespace ::android::hardware::tv::tuner::V1_0;
+using ::android::sp;
+using ::android::hardware::hidl_vec;
+
+// The registered "default" service; the implementation library's factory registers it first if
+// nothing has.
+sp<ITuner> connectTuner();
+
+// The frontend ids, running discovery on the first call.
+std::vector<uint32_t> frontendIds(const sp<ITuner>& tuner);
+sp<IFrontend> openFrontend(const sp<ITuner>& tuner, uint32_t id, std::string& error);
+
+// Set by SIGINT; commands that wait check it.
+bool interrupted();
+void installInterruptHandler();
+
+}  // namespace tunerctl

@@ -1,0 +1,44 @@
+#include "tuner/DemuxIdPool.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace android {
+namespace hardware {
+namespace tv {
+namespace tuner {
+namespace V1_0 {
+namespace implementation {
+
+DemuxIdPool::DemuxIdPool() : mUsed(nullptr) {
+    // One flag more than the capacity, so that the highest id has one.
+    mUsed = static_cast<uint8_t*>(calloc(static_cast<size_t>(mCapacity) + 1, 1));
+    if (mUsed == nullptr) throw std::bad_alloc();
+}
+
+DemuxIdPool::~DemuxIdPool() {
+    free(mUsed);
+}
+
+int32_t DemuxIdPool::allocate() {
+    std::lock_guard<std::mutex> guard(mIdLock);
+    for (int32_t id = 1; id <= mCapacity; ++id) {
+        if (mUsed[id] == 0) {
+            mUsed[id] = 1;
+            return id;
+        }
+    }
+    return -1;
+}
+
+void DemuxIdPool::release(int32_t id) {
+    std::lock_guard<std::mutex> guard(mIdLock);
+    if (id >= 1 && id <= mCapacity) mUsed[id] = 0;
+}
+
+}  // namespace implementation
+}  // namespace V1_0
+}  // namespace tuner
+}  // namespace tv
+}  // namespace hardware
+}  // namespace android

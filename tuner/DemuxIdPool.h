@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+
+namespace android {
+namespace hardware {
+namespace tv {
+namespace tuner {
+namespace V1_0 {
+namespace implementation {
+
+// Demux ids 1..40; the lowest free id always wins.
+class DemuxIdPool {
+  public:
+    DemuxIdPool();
+    ~DemuxIdPool();
+    DemuxIdPool(const DemuxIdPool&) = delete;
+    DemuxIdPool& operator=(const DemuxIdPool&) = delete;
+
+    // The lowest free id, now taken; -1 when every id is taken.
+    int32_t allocate();
+    // Frees an id in 1..40; any other value is ignored.
+    void release(int32_t id);
+
+  private:
+    uint8_t* mUsed;  // mCapacity + 1 flags, index 0 unused; guarded by mIdLock
+    std::mutex mIdLock;
+    const int32_t mCapacity = 40;
+};
+
+}  // namespace implementation
+}  // namespace V1_0
+}  // namespace tuner
+}  // namespace tv
+}  // namespace hardware
+}  // namespace android
