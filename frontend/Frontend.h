@@ -89,6 +89,7 @@ class Frontend : public IFrontend {
     static bool settingsMatchType(FrontendType type, const FrontendSettings& settings);
     bool onOwnScanThread() const;
     bool scanShouldRun(uint64_t generation) const;
+    void endScanRun(uint64_t generation);
     // Asks the running scan to end and hands back its thread handle, if any (mScanControlLock).
     std::optional<pthread_t> endScanLocked();
     void joinOrDetach(std::optional<pthread_t> thread);

@@ -186,7 +186,8 @@ void Frontend::scanSingleFrequency(FrontendSettings& settings, FrontendScanType 
         SCAN_LOG(ANDROID_LOG_ERROR, "MOX_Tuner_Scan failed!!");
 
     int passes = 0;
-    while (scanShouldRun(generation)) {
+    bool locked = false;  // a lock ends this scan's run, as a stop does
+    while (scanShouldRun(generation) && !locked) {
         for (int poll = 0; poll < kPollsPerAttempt; ++poll) {
             pollWait(kPollIntervalUs);
             if (MOX_Tuner_IsLocked(tunerIndex()) == 0) {
@@ -196,21 +197,22 @@ void Frontend::scanSingleFrequency(FrontendSettings& settings, FrontendScanType 
                                 flagMessage(FrontendScanMessageType::LOCKED));
                 mIsLocked = true;
                 SCAN_LOG(ANDROID_LOG_DEBUG, "FrontendScanMessageType::LOCKED!!");
-                uint64_t expected = generation;
-                mScanRunning.compare_exchange_strong(expected, 0);
+                locked = true;
                 break;
             }
             if (!scanShouldRun(generation)) break;
         }
         if (++passes == kSingleFrequencyPasses) {
-            uint64_t expected = generation;
-            mScanRunning.compare_exchange_strong(expected, 0);
+            endScanRun(generation);
             return;  // the fifth pass ends without END
         }
     }
-    if (mType == FrontendType::DVBT) SCAN_LOG(ANDROID_LOG_ERROR, "FrontendScanMessageType::END!!");
+    if (mType == FrontendType::DVBT) {
+        SCAN_LOG(ANDROID_LOG_ERROR, "FrontendScanMessageType::END!!");
+    }
     sendScanMessage(callback, FrontendScanMessageType::END,
                     flagMessage(FrontendScanMessageType::END));
+    endScanRun(generation);
 }
 
 void Frontend::scanCableSweep(const FrontendSettings& settings, FrontendScanType type,
@@ -272,10 +274,16 @@ void Frontend::scanCableSweep(const FrontendSettings& settings, FrontendScanType
             f += kSweepStepHz;
         } while (f < end && scanShouldRun(generation));
     }
-    uint64_t expected = generation;
-    mScanRunning.compare_exchange_strong(expected, 0);
     // Leave the tuner on the last frequency that locked, unless a stop or close cleared the lock.
     if (locked && mIsLocked) MOX_Tuner_Scan(tunerIndex(), lastLocked);
+    endScanRun(generation);
+}
+
+// The run flag is cleared by the thread only as its very last step, and only if no stop or newer
+// scan has replaced this run already.
+void Frontend::endScanRun(uint64_t generation) {
+    uint64_t expected = generation;
+    mScanRunning.compare_exchange_strong(expected, 0);
 }
 
 }  // namespace implementation

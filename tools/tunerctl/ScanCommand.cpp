@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <iostream>
 #include <string>
 
@@ -39,8 +41,11 @@ struct ScanReport {
         switch (type) {
             case FrontendScanMessageType::PROGRESS_PERCENT:
                 entry.add("percent", uint32_t{message.progressPercent()});
-                if (!json) drawProgress(message.progressPercent());
-                progressShown = !json;
+                // The bar redraws in place, which only a terminal shows as such.
+                if (!json && isatty(STDERR_FILENO)) {
+                    drawProgress(message.progressPercent());
+                    progressShown = true;
+                }
                 break;
             case FrontendScanMessageType::FREQUENCY:
                 lastFrequency = message.frequencies().size() > 0 ? message.frequencies()[0] : 0;

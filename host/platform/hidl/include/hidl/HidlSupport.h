@@ -51,6 +51,10 @@ class hidl_vec {
         hidl_vec(std::move(other)).swap(*this);
         return *this;
     }
+    hidl_vec& operator=(std::initializer_list<T> list) {
+        assign(list.begin(), list.end(), list.size());
+        return *this;
+    }
     hidl_vec& operator=(const std::vector<T>& other) {
         assign(other.begin(), other.end(), other.size());
         return *this;

@@ -1,0 +1,88 @@
+#include "VirtualClock.h"
+
+#include <mutex>
+#include <thread>
+
+#include "frontend/PollWait.h"
+
+namespace vt {
+namespace {
+
+struct State {
+    std::mutex lock;
+    uint64_t nowUs = 0;
+    int waits = 0;
+    uint64_t waitedUs = 0;
+    std::function<void(uint64_t)> hook;
+};
+
+State& state() {
+    static State* instance = new State();  // outlives scan threads that end after main
+    return *instance;
+}
+
+}  // namespace
+
+uint64_t nowUs() {
+    std::lock_guard<std::mutex> guard(state().lock);
+    return state().nowUs;
+}
+
+int waitCount() {
+    std::lock_guard<std::mutex> guard(state().lock);
+    return state().waits;
+}
+
+uint64_t waitedUs() {
+    std::lock_guard<std::mutex> guard(state().lock);
+    return state().waitedUs;
+}
+
+void reset() {
+    std::lock_guard<std::mutex> guard(state().lock);
+    state().nowUs = 0;
+    state().waits = 0;
+    state().waitedUs = 0;
+    state().hook = nullptr;
+}
+
+void advance(uint64_t us) {
+    std::lock_guard<std::mutex> guard(state().lock);
+    state().nowUs += us;
+}
+
+void setWaitHook(std::function<void(uint64_t)> hook) {
+    std::lock_guard<std::mutex> guard(state().lock);
+    state().hook = std::move(hook);
+}
+
+}  // namespace vt
+
+namespace android {
+namespace hardware {
+namespace tv {
+namespace tuner {
+namespace V1_0 {
+namespace implementation {
+
+void pollWait(uint32_t microseconds) {
+    std::function<void(uint64_t)> hook;
+    uint64_t now;
+    {
+        std::lock_guard<std::mutex> guard(vt::state().lock);
+        vt::state().nowUs += microseconds;
+        vt::state().waits += 1;
+        vt::state().waitedUs += microseconds;
+        now = vt::state().nowUs;
+        hook = vt::state().hook;
+    }
+    std::this_thread::yield();  // lets other threads interleave, as a real sleep would
+    if (hook) hook(now);
+}
+
+}  // namespace implementation
+}  // namespace V1_0
+}  // namespace tuner
+}  // namespace tv
+}  // namespace hardware
+}  // namespace android

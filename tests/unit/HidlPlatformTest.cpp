@@ -1,0 +1,95 @@
+// The host stand-ins of libhidlbase and the generated package behave as the service expects of
+// the real ones.
+#include <android/hardware/tv/tuner/1.0/ITuner.h>
+#include <gtest/gtest.h>
+
+#include <vector>
+
+using namespace ::android::hardware;
+using namespace ::android::hardware::tv::tuner::V1_0;
+
+namespace {
+
+TEST(HidlPlatformTest, VecCopiesResizesAndConverts) {
+    hidl_vec<uint32_t> v{1, 2, 3};
+    hidl_vec<uint32_t> copy = v;
+    copy[0] = 9;
+    EXPECT_EQ(v[0], 1u);
+    v.resize(5);
+    EXPECT_EQ(v.size(), 5u);
+    EXPECT_EQ(std::vector<uint32_t>(v), (std::vector<uint32_t>{1, 2, 3, 0, 0}));
+    hidl_vec<bool> flags{false, true, true};
+    EXPECT_EQ(flags, (hidl_vec<bool>{false, true, true}));
+    hidl_vec<uint32_t> moved = std::move(copy);
+    EXPECT_EQ(moved.size(), 3u);
+    EXPECT_TRUE(moved.contains(9));
+    EXPECT_EQ(hidl_vec<uint8_t>().size(), 0u);
+}
+
+TEST(HidlPlatformTest, SafeUnionsStartAtTheFirstAlternative) {
+    EXPECT_EQ(FrontendSettings().getDiscriminator(), FrontendSettings::hidl_discriminator::analog);
+    EXPECT_EQ(FrontendStatus().getDiscriminator(),
+              FrontendStatus::hidl_discriminator::isDemodLocked);
+    EXPECT_EQ(FrontendScanMessage().getDiscriminator(),
+              FrontendScanMessage::hidl_discriminator::isLocked);
+    FrontendSettings settings;
+    settings.dvbc(FrontendDvbcSettings{});
+    EXPECT_EQ(static_cast<int>(settings.getDiscriminator()), 4) << "dvbs comes before dvbc";
+    FrontendStatus status;
+    status.mer(-3200);
+    EXPECT_EQ(static_cast<uint32_t>(status.getDiscriminator()),
+              static_cast<uint32_t>(FrontendStatusType::MER));
+}
+
+TEST(HidlPlatformTest, ReadingAnInactiveAlternativeAborts) {
+    FrontendSettings settings;
+    settings.dvbt(FrontendDvbtSettings{});
+    EXPECT_DEATH(settings.dvbc(), "Bad safe_union access: 'dvbc'");
+}
+
+TEST(HidlPlatformTest, EnumerationsHaveTheirNamesAndValues) {
+    EXPECT_EQ(toString(Result::INVALID_ARGUMENT), "INVALID_ARGUMENT");
+    EXPECT_EQ(toString(static_cast<Result>(42)), "42");
+    EXPECT_EQ(toString(FrontendInnerFec::FEC_77_90), "FEC_77_90");
+    EXPECT_EQ(static_cast<uint64_t>(FrontendInnerFec::FEC_29_45), 1ull << 32);
+    EXPECT_EQ(toString(FrontendStatusType::ATSC3_PLP_INFO), "ATSC3_PLP_INFO");
+    EXPECT_EQ(static_cast<uint32_t>(FrontendStatusType::MER), 17u);
+    std::vector<FrontendStatusType> all;
+    for (FrontendStatusType t : hidl_enum_range<FrontendStatusType>()) all.push_back(t);
+    EXPECT_EQ(all.size(), 22u);
+    EXPECT_EQ(FrontendDvbcAnnex::A | FrontendDvbcAnnex::C, 5);
+}
+
+TEST(HidlPlatformTest, RegistryHandsOutTheRegisteredServiceOnce) {
+    details::clearServices();
+    EXPECT_EQ(ITuner::getService("default"), nullptr);
+    struct NullTuner : ITuner {
+        Return<void> getFrontendIds(getFrontendIds_cb) override { return Void(); }
+        Return<void> openFrontendById(uint32_t, openFrontendById_cb) override { return Void(); }
+        Return<void> openDemux(openDemux_cb) override { return Void(); }
+        Return<void> getDemuxCaps(getDemuxCaps_cb) override { return Void(); }
+        Return<void> openDescrambler(openDescrambler_cb) override { return Void(); }
+        Return<void> getFrontendInfo(uint32_t, getFrontendInfo_cb) override { return Void(); }
+        Return<void> getLnbIds(getLnbIds_cb) override { return Void(); }
+        Return<void> openLnbById(uint32_t, openLnbById_cb) override { return Void(); }
+        Return<void> openLnbByName(const hidl_string&, openLnbByName_cb) override { return Void(); }
+    };
+    ::android::sp<ITuner> tuner = new NullTuner();
+    EXPECT_EQ(tuner->registerAsService(), ::android::OK);
+    EXPECT_EQ(ITuner::getService(), tuner);
+    EXPECT_EQ(tuner->registerAsService("default"), ::android::ALREADY_EXISTS);
+    EXPECT_EQ(IFrontend::getService("default"), nullptr) << "another interface, another name";
+    details::clearServices();
+}
+
+TEST(HidlPlatformTest, ReturnCarriesValueOrStatus) {
+    Return<Result> ok = Result::SUCCESS;
+    EXPECT_TRUE(ok.isOk());
+    EXPECT_EQ(static_cast<Result>(ok), Result::SUCCESS);
+    Return<Result> failed = Status::fromExceptionCode(Status::EX_ILLEGAL_STATE);
+    EXPECT_FALSE(failed.isOk());
+    EXPECT_EQ(failed.withDefault(Result::UNKNOWN_ERROR), Result::UNKNOWN_ERROR);
+    EXPECT_DEATH(static_cast<void>(static_cast<Result>(failed)), "failed HIDL call");
+}
+
+}  // namespace

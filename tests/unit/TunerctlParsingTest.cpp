@@ -1,0 +1,69 @@
+#include <gtest/gtest.h>
+
+#include "ChannelSettings.h"
+#include "Output.h"
+#include "ValueParsing.h"
+
+using namespace tunerctl;
+
+namespace {
+
+TEST(TunerctlParsingTest, Frequencies) {
+    const std::pair<const char*, std::optional<uint32_t>> cases[] = {
+            {"474MHz", 474000000},    {"474.5 MHz", 474500000}, {"306000kHz", 306000000},
+            {"474000000", 474000000}, {"1.21GHz", 1210000000},  {"4.3GHz", std::nullopt},
+            {"MHz", std::nullopt},    {"-5MHz", std::nullopt},  {"474Mhzz", std::nullopt},
+            {"", std::nullopt}};
+    for (const auto& [text, expected] : cases) EXPECT_EQ(parseFrequencyHz(text), expected) << text;
+}
+
+TEST(TunerctlParsingTest, NamedValues) {
+    EXPECT_EQ(parseBandwidth("8MHz"), FrontendDvbtBandwidth::BANDWIDTH_8MHZ);
+    EXPECT_EQ(parseBandwidth("1.7mhz"), FrontendDvbtBandwidth::BANDWIDTH_1_7MHZ);
+    EXPECT_EQ(parseDvbtStandard("t2"), FrontendDvbtStandard::T2);
+    EXPECT_EQ(parseDvbsStandard("S2"), FrontendDvbsStandard::S2);
+    EXPECT_EQ(parseDvbcModulation("64QAM"), FrontendDvbcModulation::MOD_64QAM);
+    EXPECT_EQ(parseAnnex("c"), FrontendDvbcAnnex::C);
+    EXPECT_EQ(parseVoltage("18V"), LnbVoltage::VOLTAGE_18V);
+    EXPECT_EQ(parseTone("on"), LnbTone::CONTINUOUS);
+    EXPECT_EQ(parsePosition("B"), LnbPosition::POSITION_B);
+    EXPECT_EQ(parseSymbolRate("6.9M"), 6900000u);
+    EXPECT_FALSE(parseVoltage("17V"));
+    EXPECT_FALSE(parseAnnex("D"));
+}
+
+TEST(TunerctlParsingTest, DiseqcBytes) {
+    EXPECT_EQ(parseDiseqc("E0 10 38 F0"), (std::vector<uint8_t>{0xE0, 0x10, 0x38, 0xF0}));
+    EXPECT_EQ(parseDiseqc("e01038"), (std::vector<uint8_t>{0xE0, 0x10, 0x38}));
+    EXPECT_FALSE(parseDiseqc("E0 1"));
+    EXPECT_FALSE(parseDiseqc("G0"));
+}
+
+TEST(TunerctlParsingTest, ChannelOptionsBecomeSettingsOfOneSystem) {
+    ChannelOptions options;
+    FrontendSettings settings;
+    std::string error;
+    EXPECT_FALSE(buildSettings(options, settings, error));
+    options.dvbc = "306MHz";
+    options.symbolRate = "6900000";
+    options.modulation = "64QAM";
+    ASSERT_TRUE(buildSettings(options, settings, error)) << error;
+    EXPECT_EQ(settings.dvbc().frequency, 306000000u);
+    EXPECT_EQ(settings.dvbc().symbolRate, 6900000u);
+    EXPECT_EQ(settings.dvbc().annex, FrontendDvbcAnnex::A);
+    options.dvbt = "474MHz";
+    EXPECT_FALSE(buildSettings(options, settings, error)) << "two systems at once";
+    options.dvbc.clear();
+    options.bandwidth = "9MHz";
+    EXPECT_FALSE(buildSettings(options, settings, error));
+    EXPECT_NE(error.find("bandwidth"), std::string::npos);
+}
+
+TEST(TunerctlParsingTest, JsonIsEscapedAndFlagsAreNamed) {
+    EXPECT_EQ(jsonString("a\"b\\c\n"), "\"a\\\"b\\\\c\\u000a\"");
+    EXPECT_EQ(JsonObject().add("id", uint32_t{3}).add("ok", true).str(), "{\"id\":3,\"ok\":true}");
+    EXPECT_EQ(flagNames<FrontendDvbcAnnex>(5), (std::vector<std::string>{"A", "C"}));
+    EXPECT_TRUE(flagNames<FrontendDvbcAnnex>(0).empty());
+}
+
+}  // namespace
