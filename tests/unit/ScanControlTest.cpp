@@ -131,3 +131,18 @@ TEST_F(ScanControlTest, AFrontendOutlivesItsScanThread) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(ScanControlTest, AFinishedThreadIsJoinedBeforeTheNextScan) {
+    // Under ThreadSanitizer a thread that is never joined is reported at exit.
+    for (uint32_t mhz : {650u, 474u, 482u}) {
+        lockOnPolls({1});
+        frontend(kDvbt)->scan(dvbt(mhz * 1000000), FrontendScanType::SCAN_AUTO);
+        waitForScanEnd(frontend(kDvbt));
+    }
+    EXPECT_EQ(frequenciesOf(mCallback->messages()),
+              (std::vector<uint32_t>{650000000, 474000000, 482000000}));
+}
+
+}  // namespace
