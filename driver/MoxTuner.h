@@ -285,18 +285,8 @@ int MOX_DvbSetSMP(int path, int enable);
 }
 
 // Passthrough service hooks (C++ linkage, in the service's namespace).
-namespace android {
-namespace hardware {
-namespace tv {
-namespace tuner {
-namespace V1_0 {
-namespace implementation {
+namespace android::hardware::tv::tuner::V1_0::implementation {
 class Tuner;
 void MOX_TunerPassthCallback(Tuner* tuner);
 void MOX_TunerReleasePassth(Tuner* tuner);
-}  // namespace implementation
-}  // namespace V1_0
-}  // namespace tuner
-}  // namespace tv
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::tv::tuner::V1_0::implementation

@@ -5,12 +5,7 @@
 #include "frontend/FrontendLog.h"
 #include "tuner/Tuner.h"
 
-namespace android {
-namespace hardware {
-namespace tv {
-namespace tuner {
-namespace V1_0 {
-namespace implementation {
+namespace android::hardware::tv::tuner::V1_0::implementation {
 
 bool Frontend::mIsMoxTunerReady = false;
 
@@ -88,9 +83,4 @@ bool Frontend::supportsSatellite() const {
            mType == FrontendType::ISDBS3;
 }
 
-}  // namespace implementation
-}  // namespace V1_0
-}  // namespace tuner
-}  // namespace tv
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::tv::tuner::V1_0::implementation

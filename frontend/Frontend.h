@@ -10,12 +10,7 @@
 
 #include "driver/MoxTuner.h"
 
-namespace android {
-namespace hardware {
-namespace tv {
-namespace tuner {
-namespace V1_0 {
-namespace implementation {
+namespace android::hardware::tv::tuner::V1_0::implementation {
 
 class Tuner;
 
@@ -122,9 +117,4 @@ class Frontend : public IFrontend {
     static bool mIsMoxTunerReady;
 };
 
-}  // namespace implementation
-}  // namespace V1_0
-}  // namespace tuner
-}  // namespace tv
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::tv::tuner::V1_0::implementation

@@ -3,12 +3,7 @@
 
 #include "frontend/Frontend.h"
 
-namespace android {
-namespace hardware {
-namespace tv {
-namespace tuner {
-namespace V1_0 {
-namespace implementation {
+namespace android::hardware::tv::tuner::V1_0::implementation {
 
 namespace {
 
@@ -136,9 +131,4 @@ FrontendStatusType Frontend::fromMoxStatusType(MOX_TunerStatusCapability_e capab
     return FrontendStatusType::DEMOD_LOCK;
 }
 
-}  // namespace implementation
-}  // namespace V1_0
-}  // namespace tuner
-}  // namespace tv
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::tv::tuner::V1_0::implementation

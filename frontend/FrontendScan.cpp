@@ -4,23 +4,17 @@
 #include <memory>
 
 #include "frontend/Frontend.h"
+#include "frontend/FrontendConstants.h"
 #include "frontend/FrontendLog.h"
 #include "frontend/PollWait.h"
 
-namespace android {
-namespace hardware {
-namespace tv {
-namespace tuner {
-namespace V1_0 {
-namespace implementation {
+namespace android::hardware::tv::tuner::V1_0::implementation {
 
 namespace {
 
-constexpr uint32_t kPollIntervalUs = 200000;
 constexpr int kPollsPerAttempt = 10;
 constexpr int kSingleFrequencyPasses = 5;
 constexpr uint32_t kBlindOffsetHz = 100;
-constexpr uint32_t kHzPerMHz = 1000000;
 constexpr uint32_t kSweepSpanHz = 5000000;
 constexpr uint32_t kSweepStepHz = 50000;
 // Above this start frequency the end of the sweep does not fit in 32 bits.
@@ -286,9 +280,4 @@ void Frontend::endScanRun(uint64_t generation) {
     mScanRunning.compare_exchange_strong(expected, 0);
 }
 
-}  // namespace implementation
-}  // namespace V1_0
-}  // namespace tuner
-}  // namespace tv
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::tv::tuner::V1_0::implementation

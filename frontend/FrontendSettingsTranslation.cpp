@@ -1,17 +1,11 @@
 // Client settings -> the driver's tuning parameter record.
 #include "frontend/Frontend.h"
+#include "frontend/FrontendConstants.h"
 #include "frontend/FrontendLog.h"
 
-namespace android {
-namespace hardware {
-namespace tv {
-namespace tuner {
-namespace V1_0 {
-namespace implementation {
+namespace android::hardware::tv::tuner::V1_0::implementation {
 
 namespace {
-constexpr uint32_t kHzPerMHz = 1000000;
-
 const char* alternativeName(FrontendSettings::hidl_discriminator d) {
     using D = FrontendSettings::hidl_discriminator;
     switch (d) {
@@ -146,9 +140,4 @@ MOX_Tuner_Bandwidth Frontend::toMoxBandwidth(FrontendDvbtBandwidth bandwidth) {
     }
 }
 
-}  // namespace implementation
-}  // namespace V1_0
-}  // namespace tuner
-}  // namespace tv
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::tv::tuner::V1_0::implementation

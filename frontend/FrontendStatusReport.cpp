@@ -6,12 +6,7 @@
 #include "frontend/FrontendLog.h"
 #include "frontend/SaturatingCast.h"
 
-namespace android {
-namespace hardware {
-namespace tv {
-namespace tuner {
-namespace V1_0 {
-namespace implementation {
+namespace android::hardware::tv::tuner::V1_0::implementation {
 
 namespace {
 
@@ -128,9 +123,4 @@ Return<void> Frontend::getStatus(const hidl_vec<FrontendStatusType>& statusTypes
     return Void();
 }
 
-}  // namespace implementation
-}  // namespace V1_0
-}  // namespace tuner
-}  // namespace tv
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::tv::tuner::V1_0::implementation

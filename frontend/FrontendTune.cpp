@@ -2,20 +2,15 @@
 #include <cstring>
 
 #include "frontend/Frontend.h"
+#include "frontend/FrontendConstants.h"
 #include "frontend/FrontendLog.h"
 #include "frontend/PollWait.h"
 #include "tuner/Tuner.h"
 
-namespace android {
-namespace hardware {
-namespace tv {
-namespace tuner {
-namespace V1_0 {
-namespace implementation {
+namespace android::hardware::tv::tuner::V1_0::implementation {
 
 namespace {
 constexpr int kLockPolls = 15;
-constexpr uint32_t kPollIntervalUs = 200000;
 }  // namespace
 
 Return<Result> Frontend::tune(const FrontendSettings& settings) {
@@ -74,9 +69,4 @@ Return<Result> Frontend::stopTune() {
     return Result::SUCCESS;
 }
 
-}  // namespace implementation
-}  // namespace V1_0
-}  // namespace tuner
-}  // namespace tv
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::tv::tuner::V1_0::implementation

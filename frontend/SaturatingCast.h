@@ -4,12 +4,7 @@
 #include <limits>
 #include <type_traits>
 
-namespace android {
-namespace hardware {
-namespace tv {
-namespace tuner {
-namespace V1_0 {
-namespace implementation {
+namespace android::hardware::tv::tuner::V1_0::implementation {
 
 // Converts toward zero, giving the target's nearest limit beyond its range and 0 for NaN, where a
 // plain cast would be undefined.
@@ -25,9 +20,4 @@ Int saturatingCast(float value) {
     return static_cast<Int>(value);
 }
 
-}  // namespace implementation
-}  // namespace V1_0
-}  // namespace tuner
-}  // namespace tv
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::tv::tuner::V1_0::implementation

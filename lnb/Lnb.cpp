@@ -8,12 +8,7 @@
 #define LNB_LOG(priority, fmt, ...) \
     SERVICE_LOG(priority, TUNER_LOG_TAG_PREFIX "Lnb", "Lnb", fmt, ##__VA_ARGS__)
 
-namespace android {
-namespace hardware {
-namespace tv {
-namespace tuner {
-namespace V1_0 {
-namespace implementation {
+namespace android::hardware::tv::tuner::V1_0::implementation {
 
 namespace {
 // Driver LNB mode per LnbVoltage 1..8: mode 1 for supplies up to 13 V, mode 2 from 14 V.
@@ -75,9 +70,4 @@ Return<Result> Lnb::close() {
     return Result::SUCCESS;
 }
 
-}  // namespace implementation
-}  // namespace V1_0
-}  // namespace tuner
-}  // namespace tv
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::tv::tuner::V1_0::implementation

@@ -4,12 +4,7 @@
 
 #include <cstdint>
 
-namespace android {
-namespace hardware {
-namespace tv {
-namespace tuner {
-namespace V1_0 {
-namespace implementation {
+namespace android::hardware::tv::tuner::V1_0::implementation {
 
 // The satellite dish's low-noise block: each operation is one call into the tuner driver,
 // addressed by the LNB id. The object keeps no state besides its id.
@@ -32,9 +27,4 @@ class Lnb : public ILnb {
     int32_t mId;
 };
 
-}  // namespace implementation
-}  // namespace V1_0
-}  // namespace tuner
-}  // namespace tv
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::tv::tuner::V1_0::implementation

@@ -3,8 +3,7 @@
 
 #include "simulator/SimulatedDriver.h"
 
-namespace mox {
-namespace sim {
+namespace mox::sim {
 
 namespace {
 
@@ -106,5 +105,4 @@ std::vector<Transmitter> SimulatedDriver::defaultAir() {
     };
 }
 
-}  // namespace sim
-}  // namespace mox
+}  // namespace mox::sim

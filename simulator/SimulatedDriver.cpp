@@ -6,8 +6,7 @@
 #include <cstring>
 #include <utility>
 
-namespace mox {
-namespace sim {
+namespace mox::sim {
 
 namespace {
 
@@ -240,5 +239,4 @@ SimulatedDriver& simulator() {
     return *instance;
 }
 
-}  // namespace sim
-}  // namespace mox
+}  // namespace mox::sim

@@ -11,8 +11,7 @@
 
 #include "driver/MoxTuner.h"
 
-namespace mox {
-namespace sim {
+namespace mox::sim {
 
 struct Transmitter {
     uint32_t system;        // MOX_Tuner_Type code: 1 DVB-C, 4 DVB-T, 5 DVB-S, 6 DVB-S2, 7 DVB-T2
@@ -90,5 +89,4 @@ class SimulatedDriver {
 // The instance behind the driver's C entry points.
 SimulatedDriver& simulator();
 
-}  // namespace sim
-}  // namespace mox
+}  // namespace mox::sim

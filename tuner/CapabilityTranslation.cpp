@@ -3,12 +3,7 @@
 #include "frontend/Frontend.h"
 #include "tuner/TunerLog.h"
 
-namespace android {
-namespace hardware {
-namespace tv {
-namespace tuner {
-namespace V1_0 {
-namespace implementation {
+namespace android::hardware::tv::tuner::V1_0::implementation {
 
 namespace {
 
@@ -157,9 +152,4 @@ FrontendType translateCapabilities(int entry, MOX_TunerFrontendCap_t& cap,
     return FrontendType::DVBC;
 }
 
-}  // namespace implementation
-}  // namespace V1_0
-}  // namespace tuner
-}  // namespace tv
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::tv::tuner::V1_0::implementation

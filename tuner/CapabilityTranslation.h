@@ -4,12 +4,7 @@
 
 #include "driver/MoxTuner.h"
 
-namespace android {
-namespace hardware {
-namespace tv {
-namespace tuner {
-namespace V1_0 {
-namespace implementation {
+namespace android::hardware::tv::tuner::V1_0::implementation {
 
 // Turns one capability entry into the frontend type (DVBC, DVBS or DVBT) and its capabilities.
 // An entry of any other delivery system becomes a DVB-C frontend with empty capabilities, and
@@ -17,9 +12,4 @@ namespace implementation {
 FrontendType translateCapabilities(int entry, MOX_TunerFrontendCap_t& cap,
                                    FrontendInfo::FrontendCapabilities& caps);
 
-}  // namespace implementation
-}  // namespace V1_0
-}  // namespace tuner
-}  // namespace tv
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::tv::tuner::V1_0::implementation

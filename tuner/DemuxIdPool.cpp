@@ -3,12 +3,7 @@
 #include <cstdlib>
 #include <new>
 
-namespace android {
-namespace hardware {
-namespace tv {
-namespace tuner {
-namespace V1_0 {
-namespace implementation {
+namespace android::hardware::tv::tuner::V1_0::implementation {
 
 DemuxIdPool::DemuxIdPool() : mUsed(nullptr) {
     // One flag more than the capacity, so that the highest id has one.
@@ -36,9 +31,4 @@ void DemuxIdPool::release(int32_t id) {
     if (id >= 1 && id <= mCapacity) mUsed[id] = 0;
 }
 
-}  // namespace implementation
-}  // namespace V1_0
-}  // namespace tuner
-}  // namespace tv
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::tv::tuner::V1_0::implementation

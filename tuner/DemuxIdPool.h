@@ -3,12 +3,7 @@
 #include <cstdint>
 #include <mutex>
 
-namespace android {
-namespace hardware {
-namespace tv {
-namespace tuner {
-namespace V1_0 {
-namespace implementation {
+namespace android::hardware::tv::tuner::V1_0::implementation {
 
 // Demux ids 1..40; the lowest free id always wins.
 class DemuxIdPool {
@@ -29,9 +24,4 @@ class DemuxIdPool {
     const int32_t mCapacity = 40;
 };
 
-}  // namespace implementation
-}  // namespace V1_0
-}  // namespace tuner
-}  // namespace tv
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::tv::tuner::V1_0::implementation

@@ -10,12 +10,7 @@
 
 #include "driver/MoxTuner.h"
 
-namespace android {
-namespace hardware {
-namespace tv {
-namespace tuner {
-namespace V1_0 {
-namespace implementation {
+namespace android::hardware::tv::tuner::V1_0::implementation {
 
 class Demux;
 class DemuxIdPool;
@@ -70,9 +65,4 @@ class Tuner : public ITuner {
     static std::atomic<int32_t> m_TunerInited;
 };
 
-}  // namespace implementation
-}  // namespace V1_0
-}  // namespace tuner
-}  // namespace tv
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::tv::tuner::V1_0::implementation

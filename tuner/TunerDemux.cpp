@@ -7,12 +7,7 @@
 #include "tuner/Tuner.h"
 #include "tuner/TunerLog.h"
 
-namespace android {
-namespace hardware {
-namespace tv {
-namespace tuner {
-namespace V1_0 {
-namespace implementation {
+namespace android::hardware::tv::tuner::V1_0::implementation {
 
 namespace {
 constexpr uint32_t kBytesInSectionFilter = 16;
@@ -121,9 +116,4 @@ void Tuner::frontendStopTune(uint32_t frontendId) {
     if (sp<Demux> demux = boundDemux(frontendId)) demux->stopFrontendInput();
 }
 
-}  // namespace implementation
-}  // namespace V1_0
-}  // namespace tuner
-}  // namespace tv
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::tv::tuner::V1_0::implementation

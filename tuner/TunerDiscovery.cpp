@@ -4,17 +4,13 @@
 #include <cstring>
 
 #include "frontend/Frontend.h"
+#include "frontend/FrontendConstants.h"
 #include "lnb/Lnb.h"
 #include "tuner/CapabilityTranslation.h"
 #include "tuner/Tuner.h"
 #include "tuner/TunerLog.h"
 
-namespace android {
-namespace hardware {
-namespace tv {
-namespace tuner {
-namespace V1_0 {
-namespace implementation {
+namespace android::hardware::tv::tuner::V1_0::implementation {
 
 #define DISCOVERY_LOG(priority, fmt, ...) \
     SERVICE_LOG_AS(priority, TUNER_TAG, "Tuner", "getFrontendIds", fmt, ##__VA_ARGS__)
@@ -25,7 +21,6 @@ namespace {
 
 constexpr uint32_t kMaxFrequencyMHz = 2140;
 constexpr uint32_t kMaxSymbolRateKsym = 2140000;
-constexpr uint32_t kHzPerMHz = 1000000;
 constexpr uint32_t kSymPerKsym = 1000;
 constexpr uint32_t kAcquireRangeHz = 30;
 constexpr uint32_t kExclusiveGroupBase = 57;
@@ -143,9 +138,4 @@ void Tuner::addFallbackFrontendLocked() {
     mFrontends.push_back(new Frontend(FrontendType::DVBC, 0, info, this));
 }
 
-}  // namespace implementation
-}  // namespace V1_0
-}  // namespace tuner
-}  // namespace tv
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::tv::tuner::V1_0::implementation

@@ -6,6 +6,7 @@
 
 #include "LogCapture.h"
 #include "RecordingCallback.h"
+#include "TestSettings.h"
 #include "VirtualClock.h"
 #include "frontend/Frontend.h"
 #include "simulator/SimulatedDriver.h"

@@ -2,37 +2,6 @@
 
 namespace {
 
-FrontendSettings dvbt(uint32_t hz, FrontendDvbtStandard standard) {
-    FrontendDvbtSettings s;
-    s.frequency = hz;
-    s.bandwidth = FrontendDvbtBandwidth::BANDWIDTH_8MHZ;
-    s.standard = standard;
-    FrontendSettings settings;
-    settings.dvbt(s);
-    return settings;
-}
-
-FrontendSettings dvbc(uint32_t hz, uint32_t symbolRate) {
-    FrontendDvbcSettings s;
-    s.frequency = hz;
-    s.symbolRate = symbolRate;
-    s.modulation = FrontendDvbcModulation::MOD_64QAM;
-    s.annex = FrontendDvbcAnnex::A;
-    FrontendSettings settings;
-    settings.dvbc(s);
-    return settings;
-}
-
-FrontendSettings dvbs(uint32_t hz, FrontendDvbsStandard standard) {
-    FrontendDvbsSettings s;
-    s.frequency = hz;
-    s.symbolRate = 27500000;
-    s.standard = standard;
-    FrontendSettings settings;
-    settings.dvbs(s);
-    return settings;
-}
-
 TEST_F(SimulatedBoxTest, DiscoversTheDefaultBox) {
     EXPECT_EQ(mIds, (std::vector<uint32_t>{0, 1, 2, 3}));
     const FrontendType types[] = {FrontendType::DVBT, FrontendType::DVBT, FrontendType::DVBC,
@@ -65,7 +34,7 @@ TEST_F(SimulatedBoxTest, EachDeliverySystemLocksAfterItsDelay) {
             {kTerrestrial, dvbt(474000000, FrontendDvbtStandard::T2), 400000},
             {1, dvbt(482000000, FrontendDvbtStandard::T), 400000},  // 300 ms: the second poll
             {kCable, dvbc(306000000, 6900000), 200000},
-            {kSatellite, dvbs(1210000000, FrontendDvbsStandard::S2), 600000},  // 500 ms
+            {kSatellite, dvbs(1210000000, 27500000, FrontendDvbsStandard::S2), 600000},  // 500 ms
     };
     for (const Case& c : cases) {
         const uint64_t start = vt::nowUs();

@@ -27,11 +27,8 @@ std::vector<uint32_t> lockedFrequencies(const std::vector<RecordingCallback::Mes
 }
 
 TEST_F(SimulatedScanTest, BlindCableSweepFindsTheMultiplexAtEveryStepOfItsMHz) {
-    FrontendDvbcSettings s;
-    s.frequency = 474000000;
-    FrontendSettings settings;
-    settings.dvbc(s);
-    ASSERT_EQ(frontend(kCable)->scan(settings, FrontendScanType::SCAN_BLIND), Result::SUCCESS);
+    ASSERT_EQ(frontend(kCable)->scan(dvbc(474000000, 0), FrontendScanType::SCAN_BLIND),
+              Result::SUCCESS);
     waitForScanEnd(frontend(kCable));
     const auto found = lockedFrequencies(mCallback->messages());
     ASSERT_EQ(found.size(), 20u) << "474.00 .. 474.95 MHz all tune to 474 MHz";
@@ -49,13 +46,7 @@ TEST_F(SimulatedScanTest, BlindCableSweepFindsTheMultiplexAtEveryStepOfItsMHz) {
 }
 
 TEST_F(SimulatedScanTest, TerrestrialScanAt650MHz) {
-    FrontendDvbtSettings s;
-    s.frequency = 650000000;
-    s.bandwidth = FrontendDvbtBandwidth::BANDWIDTH_8MHZ;
-    s.standard = FrontendDvbtStandard::T;
-    FrontendSettings settings;
-    settings.dvbt(s);
-    frontend(kTerrestrial)->scan(settings, FrontendScanType::SCAN_AUTO);
+    frontend(kTerrestrial)->scan(dvbt(650000000), FrontendScanType::SCAN_AUTO);
     waitForScanEnd(frontend(kTerrestrial));
     std::vector<MT> types;
     for (const auto& m : mCallback->messages()) types.push_back(m.first);

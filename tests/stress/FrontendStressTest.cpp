@@ -12,6 +12,7 @@
 
 #include "FakeMoxDriver.h"
 #include "RecordingCallback.h"
+#include "TestSettings.h"
 #include "VirtualClock.h"
 #include "frontend/Frontend.h"
 #include "tuner/Tuner.h"
@@ -27,17 +28,7 @@ constexpr auto kWatchdog = std::chrono::seconds(60);
 constexpr int kThreads = 6;
 
 FrontendSettings settingsFor(FrontendType type) {
-    FrontendSettings settings;
-    if (type == FrontendType::DVBC) {
-        FrontendDvbcSettings c;
-        c.frequency = 474000000;
-        settings.dvbc(c);
-    } else {
-        FrontendDvbtSettings t;
-        t.frequency = 650000000;
-        settings.dvbt(t);
-    }
-    return settings;
+    return type == FrontendType::DVBC ? dvbc(474000000, 0) : dvbt(650000000);
 }
 
 TEST(FrontendStressTest, OverlappingScansStopsClosesAndTunes) {

@@ -58,12 +58,7 @@ void setWaitHook(std::function<void(uint64_t)> hook) {
 
 }  // namespace vt
 
-namespace android {
-namespace hardware {
-namespace tv {
-namespace tuner {
-namespace V1_0 {
-namespace implementation {
+namespace android::hardware::tv::tuner::V1_0::implementation {
 
 void pollWait(uint32_t microseconds) {
     std::function<void(uint64_t)> hook;
@@ -80,9 +75,4 @@ void pollWait(uint32_t microseconds) {
     if (hook) hook(now);
 }
 
-}  // namespace implementation
-}  // namespace V1_0
-}  // namespace tuner
-}  // namespace tv
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::tv::tuner::V1_0::implementation

@@ -11,6 +11,7 @@
 #include "LogCapture.h"
 #include "MoxHostRecord.h"
 #include "RecordingCallback.h"
+#include "TestSettings.h"
 #include "VirtualClock.h"
 #include "frontend/Frontend.h"
 #include "lnb/Lnb.h"
@@ -50,43 +51,6 @@ class ServiceTest : public ::testing::Test {
         sp<Tuner> tuner = new Tuner();
         frontendIds(tuner);
         return tuner;
-    }
-
-    static FrontendSettings dvbt(uint32_t hz,
-                                 FrontendDvbtStandard standard = FrontendDvbtStandard::T,
-                                 FrontendDvbtBandwidth bw = FrontendDvbtBandwidth::BANDWIDTH_8MHZ) {
-        FrontendDvbtSettings s;
-        s.frequency = hz;
-        s.standard = standard;
-        s.bandwidth = bw;
-        FrontendSettings settings;
-        settings.dvbt(s);
-        return settings;
-    }
-
-    static FrontendSettings dvbc(
-            uint32_t hz, uint32_t symbolRate,
-            FrontendDvbcModulation modulation = FrontendDvbcModulation::MOD_64QAM,
-            FrontendDvbcAnnex annex = FrontendDvbcAnnex::A) {
-        FrontendDvbcSettings s;
-        s.frequency = hz;
-        s.symbolRate = symbolRate;
-        s.modulation = modulation;
-        s.annex = annex;
-        FrontendSettings settings;
-        settings.dvbc(s);
-        return settings;
-    }
-
-    static FrontendSettings dvbs(uint32_t hz, uint32_t symbolRate,
-                                 FrontendDvbsStandard standard = FrontendDvbsStandard::S2) {
-        FrontendDvbsSettings s;
-        s.frequency = hz;
-        s.symbolRate = symbolRate;
-        s.standard = standard;
-        FrontendSettings settings;
-        settings.dvbs(s);
-        return settings;
     }
 
     LogCapture mLogs;

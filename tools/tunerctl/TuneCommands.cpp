@@ -83,26 +83,9 @@ void watch(const sp<IFrontend>& frontend) {
     }
 }
 
-}  // namespace
-
-int runTune(const GlobalOptions& global, const TuneOptions& options) {
-    sp<ITuner> tuner = connectTuner();
-    std::string error;
-    sp<IFrontend> frontend = openFrontend(tuner, options.id, error);
-    if (frontend == nullptr) return std::cerr << error << "\n", 1;
-    sp<FrontendEvents> events = new FrontendEvents();
-    if (!tuneAndReport(global, frontend, events, options.channel)) return 1;
-    std::vector<FrontendStatus> statuses;
-    if (!readStatus(frontend, statuses)) return 1;
-    if (global.json) {
-        std::cout << statusJson(statuses) << "\n";
-    } else {
-        printStatusTable(statuses);
-    }
-    return 0;
-}
-
-int runStatus(const GlobalOptions& global, const TuneOptions& options, bool watchIt) {
+// Opens the frontend, tunes it when a channel is named, then shows its signal once or until
+// Ctrl-C.
+int showSignal(const GlobalOptions& global, const TuneOptions& options, bool watchIt) {
     sp<ITuner> tuner = connectTuner();
     std::string error;
     sp<IFrontend> frontend = openFrontend(tuner, options.id, error);
@@ -125,6 +108,21 @@ int runStatus(const GlobalOptions& global, const TuneOptions& options, bool watc
         printStatusTable(statuses);
     }
     return 0;
+}
+
+}  // namespace
+
+int runTune(const GlobalOptions& global, const TuneOptions& options) {
+    const ChannelOptions& c = options.channel;
+    if (c.dvbt.empty() && c.dvbc.empty() && c.dvbs.empty()) {
+        std::cerr << "name the channel with --dvbt, --dvbc or --dvbs\n";
+        return 2;
+    }
+    return showSignal(global, options, false);
+}
+
+int runStatus(const GlobalOptions& global, const TuneOptions& options, bool watchIt) {
+    return showSignal(global, options, watchIt);
 }
 
 int runDemux(const GlobalOptions& global, const TuneOptions& options) {

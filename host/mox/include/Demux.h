@@ -9,12 +9,7 @@
 #include <cstdint>
 #include <mutex>
 
-namespace android {
-namespace hardware {
-namespace tv {
-namespace tuner {
-namespace V1_0 {
-namespace implementation {
+namespace android::hardware::tv::tuner::V1_0::implementation {
 
 class Tuner;
 
@@ -54,9 +49,4 @@ class Demux : public IDemux {
     std::atomic<int> mInputStartCount{0};
 };
 
-}  // namespace implementation
-}  // namespace V1_0
-}  // namespace tuner
-}  // namespace tv
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::tv::tuner::V1_0::implementation

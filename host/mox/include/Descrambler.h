@@ -3,12 +3,7 @@
 
 #include <android/hardware/tv/tuner/1.0/IDescrambler.h>
 
-namespace android {
-namespace hardware {
-namespace tv {
-namespace tuner {
-namespace V1_0 {
-namespace implementation {
+namespace android::hardware::tv::tuner::V1_0::implementation {
 
 class Tuner;
 
@@ -27,9 +22,4 @@ class Descrambler : public IDescrambler {
     sp<Tuner> mTuner;
 };
 
-}  // namespace implementation
-}  // namespace V1_0
-}  // namespace tuner
-}  // namespace tv
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::tv::tuner::V1_0::implementation

@@ -5,22 +5,11 @@
 #include <utility>
 #include <vector>
 
-namespace android {
-namespace hardware {
-namespace tv {
-namespace tuner {
-namespace V1_0 {
-namespace implementation {
+namespace android::hardware::tv::tuner::V1_0::implementation {
 class Tuner;
-}
-}  // namespace V1_0
-}  // namespace tuner
-}  // namespace tv
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::tv::tuner::V1_0::implementation
 
-namespace mox {
-namespace host {
+namespace mox::host {
 
 using TunerPtr = const android::hardware::tv::tuner::V1_0::implementation::Tuner*;
 
@@ -35,5 +24,4 @@ void recordSmp(int path, int enable);
 void recordPassthroughCallback(TunerPtr tuner);
 void recordPassthroughRelease(TunerPtr tuner);
 
-}  // namespace host
-}  // namespace mox
+}  // namespace mox::host

@@ -4,12 +4,7 @@
 
 #include "tuner/Tuner.h"
 
-namespace android {
-namespace hardware {
-namespace tv {
-namespace tuner {
-namespace V1_0 {
-namespace implementation {
+namespace android::hardware::tv::tuner::V1_0::implementation {
 
 Demux::Demux(uint32_t demuxId, sp<Tuner> tuner) : mDemuxId(demuxId), mTuner(std::move(tuner)) {}
 
@@ -81,9 +76,4 @@ void Demux::stopFrontendInput() {
     mInputRunning = false;
 }
 
-}  // namespace implementation
-}  // namespace V1_0
-}  // namespace tuner
-}  // namespace tv
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::tv::tuner::V1_0::implementation

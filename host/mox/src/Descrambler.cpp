@@ -4,12 +4,7 @@
 
 #include "tuner/Tuner.h"
 
-namespace android {
-namespace hardware {
-namespace tv {
-namespace tuner {
-namespace V1_0 {
-namespace implementation {
+namespace android::hardware::tv::tuner::V1_0::implementation {
 
 Descrambler::Descrambler(sp<Tuner> tuner) : mTuner(std::move(tuner)) {}
 
@@ -35,9 +30,4 @@ Return<Result> Descrambler::close() {
     return Result::SUCCESS;
 }
 
-}  // namespace implementation
-}  // namespace V1_0
-}  // namespace tuner
-}  // namespace tv
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::tv::tuner::V1_0::implementation

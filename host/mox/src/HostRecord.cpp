@@ -3,8 +3,7 @@
 
 #include "MoxHostRecord.h"
 
-namespace mox {
-namespace host {
+namespace mox::host {
 namespace {
 
 struct Records {
@@ -58,5 +57,4 @@ void clearRecords() {
     records().releases.clear();
 }
 
-}  // namespace host
-}  // namespace mox
+}  // namespace mox::host

@@ -3,12 +3,7 @@
 #include "MoxHostRecord.h"
 #include "driver/MoxTuner.h"
 
-namespace android {
-namespace hardware {
-namespace tv {
-namespace tuner {
-namespace V1_0 {
-namespace implementation {
+namespace android::hardware::tv::tuner::V1_0::implementation {
 
 void MOX_TunerPassthCallback(Tuner* tuner) {
     mox::host::recordPassthroughCallback(tuner);
@@ -18,9 +13,4 @@ void MOX_TunerReleasePassth(Tuner* tuner) {
     mox::host::recordPassthroughRelease(tuner);
 }
 
-}  // namespace implementation
-}  // namespace V1_0
-}  // namespace tuner
-}  // namespace tv
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::tv::tuner::V1_0::implementation
