@@ -12,6 +12,8 @@ bool Frontend::mIsMoxTunerReady = false;
 namespace {
 // The data paths whose secure media path the first frontend switches off.
 constexpr int kSmpPaths[] = {0, 1, 16, 17};
+// Frontends of different Tuners may be constructed at once; the preparation still runs once.
+std::mutex gDriverPreparationLock;
 }  // namespace
 
 Frontend::Frontend(FrontendType type, uint32_t id, FrontendInfo info, sp<Tuner> tuner)
@@ -21,12 +23,15 @@ Frontend::Frontend(FrontendType type, uint32_t id, FrontendInfo info, sp<Tuner> 
 
 Frontend::Frontend(FrontendType type, uint32_t id, sp<Tuner> tuner)
     : mTuner(std::move(tuner)), mType(type), mId(id) {
-    // The driver is prepared once per process, by the first frontend (discovery runs serialised).
-    if (!mIsMoxTunerReady) {
-        FLOGD("MOX_DvbSetSMP set off.");
-        for (int path : kSmpPaths) MOX_DvbSetSMP(path, 0);
-        MOX_Tuner_Init();
-        mIsMoxTunerReady = true;
+    {
+        // The driver is prepared once per process, by the first frontend.
+        std::lock_guard<std::mutex> guard(gDriverPreparationLock);
+        if (!mIsMoxTunerReady) {
+            FLOGD("MOX_DvbSetSMP set off.");
+            for (int path : kSmpPaths) MOX_DvbSetSMP(path, 0);
+            MOX_Tuner_Init();
+            mIsMoxTunerReady = true;
+        }
     }
     FLOGD("Frontend mId=%d\n", mId);
 }

@@ -114,7 +114,7 @@ class Frontend : public IFrontend {
     std::atomic<uint64_t> mScanRunning{0};
     std::mutex mScanMutex;  // held by a scan thread for the whole of its scan
 
-    static bool mIsMoxTunerReady;
+    static bool mIsMoxTunerReady;  // guarded by the constructors' preparation lock
 };
 
 }  // namespace android::hardware::tv::tuner::V1_0::implementation

@@ -14,6 +14,9 @@
 
 using ::android::sp;
 using ::android::hardware::hidl_vec;
+using ::android::hardware::tv::tuner::V1_0::FrontendStatus;
+using ::android::hardware::tv::tuner::V1_0::FrontendStatusType;
+using ::android::hardware::tv::tuner::V1_0::Result;
 using ::android::hardware::tv::tuner::V1_0::implementation::Frontend;
 using ::android::hardware::tv::tuner::V1_0::implementation::Tuner;
 

@@ -1,5 +1,7 @@
 #include "SimulatedBox.h"
 
+using namespace ::android::hardware::tv::tuner::V1_0;
+
 namespace {
 
 TEST_F(SimulatedBoxTest, DiscoversTheDefaultBox) {

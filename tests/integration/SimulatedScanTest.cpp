@@ -3,6 +3,8 @@
 
 #include "SimulatedBox.h"
 
+using namespace ::android::hardware::tv::tuner::V1_0;
+
 namespace {
 
 using SimulatedScanTest = SimulatedBoxTest;

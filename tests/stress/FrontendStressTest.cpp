@@ -17,6 +17,8 @@
 #include "frontend/Frontend.h"
 #include "tuner/Tuner.h"
 
+using namespace ::android::hardware::tv::tuner::V1_0;
+
 using ::android::sp;
 using ::android::hardware::tv::tuner::V1_0::implementation::Frontend;
 using ::android::hardware::tv::tuner::V1_0::implementation::Tuner;

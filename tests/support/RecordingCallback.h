@@ -9,20 +9,20 @@
 #include <utility>
 #include <vector>
 
-using namespace ::android::hardware::tv::tuner::V1_0;
+namespace hal = ::android::hardware::tv::tuner::V1_0;
 
-class RecordingCallback : public IFrontendCallback {
+class RecordingCallback : public hal::IFrontendCallback {
   public:
-    using Message = std::pair<FrontendScanMessageType, FrontendScanMessage>;
+    using Message = std::pair<hal::FrontendScanMessageType, hal::FrontendScanMessage>;
 
-    ::android::hardware::Return<void> onEvent(FrontendEventType event) override {
+    ::android::hardware::Return<void> onEvent(hal::FrontendEventType event) override {
         std::lock_guard<std::mutex> guard(mLock);
         mEvents.push_back(event);
         return ::android::hardware::Void();
     }
 
-    ::android::hardware::Return<void> onScanMessage(FrontendScanMessageType type,
-                                                    const FrontendScanMessage& message) override {
+    ::android::hardware::Return<void> onScanMessage(
+            hal::FrontendScanMessageType type, const hal::FrontendScanMessage& message) override {
         std::function<void(const Message&)> hook;
         {
             std::lock_guard<std::mutex> guard(mLock);
@@ -33,7 +33,7 @@ class RecordingCallback : public IFrontendCallback {
         return ::android::hardware::Void();
     }
 
-    std::vector<FrontendEventType> events() const {
+    std::vector<hal::FrontendEventType> events() const {
         std::lock_guard<std::mutex> guard(mLock);
         return mEvents;
     }
@@ -41,8 +41,8 @@ class RecordingCallback : public IFrontendCallback {
         std::lock_guard<std::mutex> guard(mLock);
         return mMessages;
     }
-    std::vector<FrontendScanMessageType> messageTypes() const {
-        std::vector<FrontendScanMessageType> types;
+    std::vector<hal::FrontendScanMessageType> messageTypes() const {
+        std::vector<hal::FrontendScanMessageType> types;
         for (const Message& m : messages()) types.push_back(m.first);
         return types;
     }
@@ -53,7 +53,7 @@ class RecordingCallback : public IFrontendCallback {
 
   private:
     mutable std::mutex mLock;
-    std::vector<FrontendEventType> mEvents;
+    std::vector<hal::FrontendEventType> mEvents;
     std::vector<Message> mMessages;
     std::function<void(const Message&)> mHook;
 };

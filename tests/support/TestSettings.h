@@ -3,39 +3,41 @@
 
 #include <android/hardware/tv/tuner/1.0/types.h>
 
-using namespace ::android::hardware::tv::tuner::V1_0;
+namespace hal = ::android::hardware::tv::tuner::V1_0;
 
-inline FrontendSettings dvbt(uint32_t hz, FrontendDvbtStandard standard = FrontendDvbtStandard::T,
-                             FrontendDvbtBandwidth bw = FrontendDvbtBandwidth::BANDWIDTH_8MHZ) {
-    FrontendDvbtSettings s;
+inline hal::FrontendSettings dvbt(
+        uint32_t hz, hal::FrontendDvbtStandard standard = hal::FrontendDvbtStandard::T,
+        hal::FrontendDvbtBandwidth bw = hal::FrontendDvbtBandwidth::BANDWIDTH_8MHZ) {
+    hal::FrontendDvbtSettings s;
     s.frequency = hz;
     s.standard = standard;
     s.bandwidth = bw;
-    FrontendSettings settings;
+    hal::FrontendSettings settings;
     settings.dvbt(s);
     return settings;
 }
 
-inline FrontendSettings dvbc(uint32_t hz, uint32_t symbolRate,
-                             FrontendDvbcModulation modulation = FrontendDvbcModulation::MOD_64QAM,
-                             FrontendDvbcAnnex annex = FrontendDvbcAnnex::A) {
-    FrontendDvbcSettings s;
+inline hal::FrontendSettings dvbc(
+        uint32_t hz, uint32_t symbolRate,
+        hal::FrontendDvbcModulation modulation = hal::FrontendDvbcModulation::MOD_64QAM,
+        hal::FrontendDvbcAnnex annex = hal::FrontendDvbcAnnex::A) {
+    hal::FrontendDvbcSettings s;
     s.frequency = hz;
     s.symbolRate = symbolRate;
     s.modulation = modulation;
     s.annex = annex;
-    FrontendSettings settings;
+    hal::FrontendSettings settings;
     settings.dvbc(s);
     return settings;
 }
 
-inline FrontendSettings dvbs(uint32_t hz, uint32_t symbolRate,
-                             FrontendDvbsStandard standard = FrontendDvbsStandard::S2) {
-    FrontendDvbsSettings s;
+inline hal::FrontendSettings dvbs(uint32_t hz, uint32_t symbolRate,
+                                  hal::FrontendDvbsStandard standard = hal::FrontendDvbsStandard::S2) {
+    hal::FrontendDvbsSettings s;
     s.frequency = hz;
     s.symbolRate = symbolRate;
     s.standard = standard;
-    FrontendSettings settings;
+    hal::FrontendSettings settings;
     settings.dvbs(s);
     return settings;
 }

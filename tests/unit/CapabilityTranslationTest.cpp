@@ -1,6 +1,8 @@
 #include "ServiceTest.h"
 #include "tuner/CapabilityTranslation.h"
 
+using namespace ::android::hardware::tv::tuner::V1_0;
+
 using ::android::hardware::tv::tuner::V1_0::implementation::translateCapabilities;
 
 namespace {

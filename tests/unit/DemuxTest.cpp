@@ -4,6 +4,8 @@
 #include "ServiceTest.h"
 #include "tuner/DemuxIdPool.h"
 
+using namespace ::android::hardware::tv::tuner::V1_0;
+
 using ::android::hardware::tv::tuner::V1_0::implementation::Demux;
 using ::android::hardware::tv::tuner::V1_0::implementation::DemuxIdPool;
 

@@ -1,5 +1,7 @@
 #include "ServiceTest.h"
 
+using namespace ::android::hardware::tv::tuner::V1_0;
+
 namespace {
 
 using FrontendLifecycleTest = ServiceTest;

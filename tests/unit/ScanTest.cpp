@@ -3,6 +3,8 @@
 
 #include "ScanTestSupport.h"
 
+using namespace ::android::hardware::tv::tuner::V1_0;
+
 namespace {
 
 using ScanTest = ScanTestBase;

@@ -20,6 +20,9 @@
 using ::android::sp;
 using ::android::hardware::hidl_string;
 using ::android::hardware::hidl_vec;
+using ::android::hardware::tv::tuner::V1_0::FrontendScanMessageType;
+using ::android::hardware::tv::tuner::V1_0::FrontendType;
+using ::android::hardware::tv::tuner::V1_0::Result;
 using ::android::hardware::tv::tuner::V1_0::implementation::Frontend;
 using ::android::hardware::tv::tuner::V1_0::implementation::Lnb;
 using ::android::hardware::tv::tuner::V1_0::implementation::Tuner;

@@ -2,6 +2,8 @@
 
 #include "ServiceTest.h"
 
+using namespace ::android::hardware::tv::tuner::V1_0;
+
 namespace {
 
 using SettingsTranslationTest = ServiceTest;

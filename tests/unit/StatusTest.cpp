@@ -3,6 +3,8 @@
 
 #include "ServiceTest.h"
 
+using namespace ::android::hardware::tv::tuner::V1_0;
+
 namespace {
 
 class StatusTest : public ServiceTest {

@@ -5,6 +5,7 @@
 #include "ValueParsing.h"
 
 using namespace tunerctl;
+using namespace ::android::hardware::tv::tuner::V1_0;
 
 namespace {
 

@@ -4,6 +4,8 @@
 
 namespace tunerctl {
 
+using namespace ::android::hardware::tv::tuner::V1_0;
+
 namespace {
 
 template <typename T>

@@ -6,6 +6,8 @@
 
 namespace tunerctl {
 
+using namespace ::android::hardware::tv::tuner::V1_0;
+
 namespace {
 
 bool frontendInfo(const sp<ITuner>& tuner, uint32_t id, FrontendInfo& info) {

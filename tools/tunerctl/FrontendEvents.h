@@ -13,31 +13,31 @@
 
 namespace tunerctl {
 
-using namespace ::android::hardware::tv::tuner::V1_0;
+namespace hal = ::android::hardware::tv::tuner::V1_0;
 
-class FrontendEvents : public IFrontendCallback {
+class FrontendEvents : public hal::IFrontendCallback {
   public:
-    using ScanMessage = std::pair<FrontendScanMessageType, FrontendScanMessage>;
+    using ScanMessage = std::pair<hal::FrontendScanMessageType, hal::FrontendScanMessage>;
 
-    ::android::hardware::Return<void> onEvent(FrontendEventType event) override {
+    ::android::hardware::Return<void> onEvent(hal::FrontendEventType event) override {
         std::lock_guard<std::mutex> guard(mLock);
         mEvents.push_back(event);
         mChanged.notify_all();
         return ::android::hardware::Void();
     }
 
-    ::android::hardware::Return<void> onScanMessage(FrontendScanMessageType type,
-                                                    const FrontendScanMessage& message) override {
+    ::android::hardware::Return<void> onScanMessage(
+            hal::FrontendScanMessageType type, const hal::FrontendScanMessage& message) override {
         std::lock_guard<std::mutex> guard(mLock);
         mScanMessages.emplace_back(type, message);
         mChanged.notify_all();
         return ::android::hardware::Void();
     }
 
-    std::optional<FrontendEventType> takeEvent() {
+    std::optional<hal::FrontendEventType> takeEvent() {
         std::lock_guard<std::mutex> guard(mLock);
         if (mEvents.empty()) return std::nullopt;
-        FrontendEventType event = mEvents.front();
+        hal::FrontendEventType event = mEvents.front();
         mEvents.pop_front();
         return event;
     }
@@ -55,7 +55,7 @@ class FrontendEvents : public IFrontendCallback {
   private:
     std::mutex mLock;
     std::condition_variable mChanged;
-    std::deque<FrontendEventType> mEvents;
+    std::deque<hal::FrontendEventType> mEvents;
     std::deque<ScanMessage> mScanMessages;
 };
 

@@ -9,6 +9,8 @@
 
 namespace tunerctl {
 
+using namespace ::android::hardware::tv::tuner::V1_0;
+
 namespace {
 
 std::string hexBytes(const std::vector<uint8_t>& bytes) {

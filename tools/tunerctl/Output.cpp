@@ -5,6 +5,8 @@
 
 namespace tunerctl {
 
+using namespace ::android::hardware::tv::tuner::V1_0;
+
 namespace {
 
 std::string number(double value, int decimals) {

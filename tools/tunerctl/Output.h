@@ -10,7 +10,7 @@
 
 namespace tunerctl {
 
-using namespace ::android::hardware::tv::tuner::V1_0;
+namespace hal = ::android::hardware::tv::tuner::V1_0;
 
 // A JSON object built field by field; values are numbers, strings, booleans or nested JSON.
 class JsonObject {
@@ -49,12 +49,12 @@ std::vector<std::string> flagNames(uint64_t mask) {
 
 std::string joined(const std::vector<std::string>& parts, const std::string& separator);
 
-std::string describeFrontend(uint32_t id, const FrontendInfo& info);
-std::string frontendJson(uint32_t id, const FrontendInfo& info);
+std::string describeFrontend(uint32_t id, const hal::FrontendInfo& info);
+std::string frontendJson(uint32_t id, const hal::FrontendInfo& info);
 
 // One (name, value) row per answered status, in answer order.
 std::vector<std::pair<std::string, std::string>> statusRows(
-        const std::vector<FrontendStatus>& statuses);
-std::string statusJson(const std::vector<FrontendStatus>& statuses);
+        const std::vector<hal::FrontendStatus>& statuses);
+std::string statusJson(const std::vector<hal::FrontendStatus>& statuses);
 
 }  // namespace tunerctl

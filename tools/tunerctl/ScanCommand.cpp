@@ -11,6 +11,8 @@
 
 namespace tunerctl {
 
+using namespace ::android::hardware::tv::tuner::V1_0;
+
 namespace {
 
 constexpr int kBarWidth = 40;

@@ -12,6 +12,8 @@
 
 namespace tunerctl {
 
+using namespace ::android::hardware::tv::tuner::V1_0;
+
 namespace {
 
 const std::vector<FrontendStatusType> kMonitorTypes = {FrontendStatusType::DEMOD_LOCK,

@@ -8,17 +8,17 @@
 
 namespace tunerctl {
 
-using namespace ::android::hardware::tv::tuner::V1_0;
+namespace hal = ::android::hardware::tv::tuner::V1_0;
 using ::android::sp;
 using ::android::hardware::hidl_vec;
 
 // The registered "default" service; the implementation library's factory registers it first if
 // nothing has.
-sp<ITuner> connectTuner();
+sp<hal::ITuner> connectTuner();
 
 // The frontend ids, running discovery on the first call.
-std::vector<uint32_t> frontendIds(const sp<ITuner>& tuner);
-sp<IFrontend> openFrontend(const sp<ITuner>& tuner, uint32_t id, std::string& error);
+std::vector<uint32_t> frontendIds(const sp<hal::ITuner>& tuner);
+sp<hal::IFrontend> openFrontend(const sp<hal::ITuner>& tuner, uint32_t id, std::string& error);
 
 // Set by SIGINT; commands that wait check it.
 bool interrupted();

@@ -8,6 +8,8 @@
 
 namespace tunerctl {
 
+using namespace ::android::hardware::tv::tuner::V1_0;
+
 namespace {
 
 std::string normalized(const std::string& text) {

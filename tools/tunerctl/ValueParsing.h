@@ -10,21 +10,22 @@
 
 namespace tunerctl {
 
-using namespace ::android::hardware::tv::tuner::V1_0;
+namespace hal = ::android::hardware::tv::tuner::V1_0;
 
 // "474MHz", "474.5 MHz", "306000kHz", "474000000" (Hz) -> Hz; nullopt when malformed or beyond
 // 32 bits.
 std::optional<uint32_t> parseFrequencyHz(const std::string& text);
 // "6900000", "6.9M", "6900k" -> symbols per second.
 std::optional<uint32_t> parseSymbolRate(const std::string& text);
-std::optional<FrontendDvbtBandwidth> parseBandwidth(const std::string& text);    // "8MHz", "auto"
-std::optional<FrontendDvbtStandard> parseDvbtStandard(const std::string& text);  // T, T2, AUTO
-std::optional<FrontendDvbsStandard> parseDvbsStandard(const std::string& text);  // S, S2, S2X, AUTO
-std::optional<FrontendDvbcModulation> parseDvbcModulation(const std::string& text);  // "64QAM"
-std::optional<FrontendDvbcAnnex> parseAnnex(const std::string& text);                // A, B, C
-std::optional<LnbVoltage> parseVoltage(const std::string& text);    // "13V", "18V", "NONE"
-std::optional<LnbTone> parseTone(const std::string& text);          // on, off
-std::optional<LnbPosition> parsePosition(const std::string& text);  // A, B, NONE
+std::optional<hal::FrontendDvbtBandwidth> parseBandwidth(const std::string& text);  // "8MHz", "auto"
+std::optional<hal::FrontendDvbtStandard> parseDvbtStandard(const std::string& text);  // T, T2, AUTO
+std::optional<hal::FrontendDvbsStandard> parseDvbsStandard(
+        const std::string& text);  // S, S2, S2X, AUTO
+std::optional<hal::FrontendDvbcModulation> parseDvbcModulation(const std::string& text);  // "64QAM"
+std::optional<hal::FrontendDvbcAnnex> parseAnnex(const std::string& text);                // A, B, C
+std::optional<hal::LnbVoltage> parseVoltage(const std::string& text);    // "13V", "18V", "NONE"
+std::optional<hal::LnbTone> parseTone(const std::string& text);          // on, off
+std::optional<hal::LnbPosition> parsePosition(const std::string& text);  // A, B, NONE
 // "E0 10 38 F0" or "e01038f0" -> bytes; nullopt when a byte is malformed.
 std::optional<std::vector<uint8_t>> parseDiseqc(const std::string& text);
 
