@@ -101,8 +101,8 @@ Return<Result> Frontend::stopScan() {
         std::lock_guard<std::mutex> guard(mScanControlLock);
         thread = endScanLocked();
     }
-    // From inside onScanMessage this is the scan thread itself: it is detached, not joined, and
-    // ends when the callback returns.
+    // From inside onScanMessage the caller is a scan thread: it detaches instead of joining, and
+    // its own scan ends when the callback returns.
     joinOrDetach(thread);
     mIsLocked = false;
     MOX_Tuner_Release(tunerIndex());
@@ -117,9 +117,11 @@ std::optional<pthread_t> Frontend::endScanLocked() {
     return thread;
 }
 
+// A scan thread of this frontend holds mScanMutex, which every later scan thread of it waits for:
+// it must wait neither for itself nor for one of those, so it lets them go instead.
 void Frontend::joinOrDetach(std::optional<pthread_t> thread) {
     if (!thread) return;
-    if (pthread_equal(*thread, pthread_self())) {
+    if (onOwnScanThread() || pthread_equal(*thread, pthread_self())) {
         pthread_detach(*thread);
     } else {
         pthread_join(*thread, nullptr);

@@ -3,6 +3,7 @@
 #include <android/log.h>
 
 #include <atomic>
+#include <future>
 
 #include "ScanTestSupport.h"
 
@@ -145,6 +146,37 @@ TEST_F(ScanControlTest, AFinishedThreadIsJoinedBeforeTheNextScan) {
     }
     EXPECT_EQ(frequenciesOf(mCallback->messages()),
               (std::vector<uint32_t>{650000000, 474000000, 482000000}));
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(ScanControlTest, StopFromTheCallbackWhileAnotherThreadStartsAScan) {
+    // Thread B's scan() takes the running thread's handle and waits for it; meanwhile that
+    // thread's callback stops the scan, which finds B's new thread. Nobody may wait for a scan
+    // thread while holding the scan lock that thread needs.
+    lockOnPolls({1});
+    std::atomic<bool> inCallback{false};
+    std::atomic<bool> stopped{false};
+    mCallback->onMessage([&](const RecordingCallback::Message& m) {
+        if (m.first != MT::FREQUENCY || inCallback.exchange(true)) return;
+        eventually([this] { return mLogs.messages("__threadLoopScan:\\d+\\]: Enter").size() >= 2; });
+        frontend(kDvbt)->stopScan();
+        stopped = true;
+    });
+    frontend(kDvbt)->scan(dvbt(650000000), FrontendScanType::SCAN_AUTO);
+    ASSERT_TRUE(eventually([&] { return inCallback.load(); }));
+    auto second = std::async(std::launch::async, [this] {
+        return frontend(kDvbt)->scan(dvbt(474000000), FrontendScanType::SCAN_AUTO);
+    });
+    if (second.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
+        ADD_FAILURE() << "deadlock between scan() and stopScan() from the callback";
+        std::abort();
+    }
+    EXPECT_EQ(second.get(), Result::SUCCESS);
+    EXPECT_TRUE(stopped);
+    waitForScanEnd(frontend(kDvbt));
 }
 
 }  // namespace
