@@ -33,7 +33,32 @@ FrontendSettings settingsFor(FrontendType type) {
     return type == FrontendType::DVBC ? dvbc(474000000, 0) : dvbt(650000000);
 }
 
-TEST(FrontendStressTest, OverlappingScansStopsClosesAndTunes) {
+// A client that sometimes calls back into the frontend from inside onScanMessage, as an
+// in-process client may.
+sp<RecordingCallback> reentrantCallback(const sp<Frontend>& frontend, std::atomic<uint32_t>& dice) {
+    sp<RecordingCallback> callback = new RecordingCallback();
+    ::android::wp<Frontend> weak = frontend;
+    callback->onMessage([weak, &dice](const RecordingCallback::Message&) {
+        sp<Frontend> f = weak.promote();
+        if (f == nullptr) return;
+        switch (dice.fetch_add(1) % 13) {
+            case 0:
+                f->stopScan();
+                break;
+            case 1:
+                f->close();
+                break;
+            case 2:
+                f->scan(settingsFor(f->getFrontendType()), FrontendScanType::SCAN_AUTO);
+                break;
+            default:
+                break;
+        }
+    });
+    return callback;
+}
+
+TEST(FrontendStressTest, OverlappingScansStopsClosesTunesAndCallbacksThatCallBack) {
     fake::Driver::get().reset();
     std::atomic<uint32_t> lockDice{1};
     fake::Driver::get().onIsLocked(
@@ -51,6 +76,7 @@ TEST(FrontendStressTest, OverlappingScansStopsClosesAndTunes) {
     std::mutex doneLock;
     std::condition_variable doneChanged;
     int done = 0;
+    std::atomic<uint32_t> reentryDice{0};
     std::atomic<int> stopScans{0};
     std::atomic<int> stopScansReturned{0};
     std::vector<std::thread> workers;
@@ -75,7 +101,7 @@ TEST(FrontendStressTest, OverlappingScansStopsClosesAndTunes) {
                         f->close();
                         break;
                     case 3:
-                        f->setCallback(new RecordingCallback());
+                        f->setCallback(reentrantCallback(f, reentryDice));
                         break;
                     case 4:
                         f->tune(settings);
@@ -99,6 +125,15 @@ TEST(FrontendStressTest, OverlappingScansStopsClosesAndTunes) {
     }
     for (std::thread& w : workers) w.join();
     for (const sp<Frontend>& f : frontends) f->stopScan();
+    // Threads that a callback detached hold their frontend until they end: wait for them, so no
+    // callback runs after this test.
+    const auto deadline = std::chrono::steady_clock::now() + kWatchdog;
+    for (const sp<Frontend>& f : frontends) {
+        while (f->getStrongCount() > 2 && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::yield();
+        }
+        EXPECT_EQ(f->getStrongCount(), 2) << "the Tuner's reference and this test's";
+    }
     EXPECT_EQ(stopScans.load(), stopScansReturned.load());
     EXPECT_GT(stopScans.load(), 0);
     for (const sp<Frontend>& f : frontends) EXPECT_FALSE(f->isScanRunning());
