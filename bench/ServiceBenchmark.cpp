@@ -39,14 +39,18 @@ sp<Frontend> lockedCableFrontend() {
     return frontend;
 }
 
-double nsPerIteration(const benchmark::State& state, double elapsedNs) {
+using Clock = std::chrono::steady_clock;
+
+// Wall time per iteration since start, for the ratio between the two benchmarks of a pair.
+double nsPerIteration(const benchmark::State& state, Clock::time_point start) {
+    const double elapsedNs = std::chrono::duration<double, std::nano>(Clock::now() - start).count();
     return elapsedNs / static_cast<double>(state.iterations());
 }
 
 // The baseline: one driver read and the conversions done by hand, no list, no union.
 void BM_StatusDirectDriverRead(benchmark::State& state) {
     lockedCableFrontend();
-    const auto start = std::chrono::steady_clock::now();
+    const auto start = Clock::now();
     for (auto _ : state) {
         MOX_TunerSignalInfo_t info;
         memset(&info, 0, sizeof(info));
@@ -58,39 +62,33 @@ void BM_StatusDirectDriverRead(benchmark::State& state) {
                 static_cast<int32_t>(info.quality)};
         benchmark::DoNotOptimize(values);
     }
-    gStatusBaselineNs = nsPerIteration(
-            state, std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - start)
-                           .count());
+    gStatusBaselineNs = nsPerIteration(state, start);
 }
 BENCHMARK(BM_StatusDirectDriverRead);
 
 void BM_StatusThroughGetStatus(benchmark::State& state) {
     sp<Frontend> frontend = lockedCableFrontend();
     const hidl_vec<FrontendStatusType> types(kMonitorTypes);
-    const auto start = std::chrono::steady_clock::now();
+    const auto start = Clock::now();
     for (auto _ : state) {
         frontend->getStatus(types, [](Result r, const hidl_vec<FrontendStatus>& s) {
             benchmark::DoNotOptimize(r);
             benchmark::DoNotOptimize(s.data());
         });
     }
-    const double ns = nsPerIteration(
-            state, std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - start)
-                           .count());
+    const double ns = nsPerIteration(state, start);
     if (gStatusBaselineNs > 0) state.counters["ratio"] = ns / gStatusBaselineNs;
 }
 BENCHMARK(BM_StatusThroughGetStatus);
 
 // The baseline: the six fields written directly.
 void BM_TuningRecordByHand(benchmark::State& state) {
-    const auto start = std::chrono::steady_clock::now();
+    const auto start = Clock::now();
     for (auto _ : state) {
         MOX_TunerParam_t param{MOX_TUNER_TYPE_DVBC, MOX_TUNER_BW_8MHZ, 306, 6900000, 3, 2};
         benchmark::DoNotOptimize(param);
     }
-    gParamBaselineNs = nsPerIteration(
-            state, std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - start)
-                           .count());
+    gParamBaselineNs = nsPerIteration(state, start);
 }
 BENCHMARK(BM_TuningRecordByHand);
 
@@ -102,16 +100,14 @@ void BM_TuningRecordThroughTranslation(benchmark::State& state) {
     dvbc.annex = FrontendDvbcAnnex::A;
     FrontendSettings settings;
     settings.dvbc(dvbc);
-    const auto start = std::chrono::steady_clock::now();
+    const auto start = Clock::now();
     for (auto _ : state) {
         MOX_TunerParam_t param;
         memset(&param, 0, sizeof(param));
         Frontend::toMoxTunerParam(FrontendType::DVBC, settings, param);
         benchmark::DoNotOptimize(param);
     }
-    const double ns = nsPerIteration(
-            state, std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - start)
-                           .count());
+    const double ns = nsPerIteration(state, start);
     if (gParamBaselineNs > 0) state.counters["ratio"] = ns / gParamBaselineNs;
 }
 BENCHMARK(BM_TuningRecordThroughTranslation);
