@@ -109,10 +109,13 @@ class Frontend : public IFrontend {
     std::mutex mScanControlLock;
     std::optional<pthread_t> mScanThread;  // joinable handle; guarded by mScanControlLock
     uint64_t mScanGeneration = 0;          // guarded by mScanControlLock
-    // The generation of the scan that is to go on, 0 when none; written under mScanControlLock,
-    // read by the scan thread at every test of its loops.
+    // The generation of the scan that is to go on, 0 when none. scan() and stopScan() write it
+    // under mScanControlLock; a scan thread tests it in its loops and, as its last step, clears
+    // its own generation by compare-and-swap.
     std::atomic<uint64_t> mScanRunning{0};
-    std::mutex mScanMutex;  // held by a scan thread for the whole of its scan
+    // Held by a scan thread for the whole of its scan, so scans of one frontend never overlap:
+    // a thread detached by a scan() from inside a callback finishes before the next one starts.
+    std::mutex mScanMutex;
 
     static bool mIsMoxTunerReady;  // guarded by the constructors' preparation lock
 };

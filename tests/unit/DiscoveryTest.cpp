@@ -137,6 +137,15 @@ TEST_F(DiscoveryTest, DriverIsInitialisedByTheTunerAndTheFirstFrontendOnly) {
     EXPECT_EQ(mLogs.messages("Frontend mId=").size(), 3u);
 }
 
+TEST_F(DiscoveryTest, AFailingInitIsNotNoticed) {
+    driver().setInitResult(-1);
+    sp<Tuner> tuner = discovered({fake::dvbcEntry(1)});
+    EXPECT_EQ(frontendIds(tuner), std::vector<uint32_t>{0});
+    tuner->openLnbByName(
+            "x", [](Result r, uint32_t, const sp<ILnb>&) { EXPECT_EQ(r, Result::SUCCESS); });
+    EXPECT_EQ(driver().count("Init"), 2) << "the flags are set whatever Init answered";
+}
+
 TEST_F(DiscoveryTest, HostileFrontendCountIsClamped) {
     MOX_TunerCapability_t capability = fake::capabilityOf({fake::dvbtEntry(1)});
     capability.ucFrontendCnt = 200;
