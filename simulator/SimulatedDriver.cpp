@@ -58,26 +58,9 @@ void SimulatedDriver::setCapabilities(const MOX_TunerCapability_t& capability) {
     mLnbs.assign(lnbs, LnbState());
 }
 
-void SimulatedDriver::setAir(std::vector<Transmitter> air) {
-    std::lock_guard<std::mutex> guard(mLock);
-    mAir = std::move(air);
-    for (TunerState& tuner : mTuners)
-        tuner.transmitter = tuner.tuned ? matchLocked(tuner.param) : -1;
-}
-
-std::vector<Transmitter> SimulatedDriver::air() const {
-    std::lock_guard<std::mutex> guard(mLock);
-    return mAir;
-}
-
 LnbState SimulatedDriver::lnb(int32_t lnbId) const {
     std::lock_guard<std::mutex> guard(mLock);
     return lnbId >= 0 && static_cast<size_t>(lnbId) < mLnbs.size() ? mLnbs[lnbId] : LnbState();
-}
-
-int SimulatedDriver::tunerCount() const {
-    std::lock_guard<std::mutex> guard(mLock);
-    return static_cast<int>(mTuners.size());
 }
 
 int SimulatedDriver::init() {

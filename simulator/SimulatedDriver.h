@@ -46,10 +46,7 @@ class SimulatedDriver {
 
     void setClock(Clock clock);
     void setCapabilities(const MOX_TunerCapability_t& capability);
-    void setAir(std::vector<Transmitter> air);
-    std::vector<Transmitter> air() const;
     LnbState lnb(int32_t lnbId) const;
-    int tunerCount() const;
 
     int init();
     int getCapabilities(MOX_TunerCapability_t* capability);
