@@ -7,13 +7,12 @@
 
 namespace android::hardware::tv::tuner::V1_0::implementation {
 
+Mutex Frontend::sDriverPreparationLock;
 bool Frontend::mIsMoxTunerReady = false;
 
 namespace {
 // The data paths whose secure media path the first frontend switches off.
 constexpr int kSmpPaths[] = {0, 1, 16, 17};
-// Frontends of different Tuners may be constructed at once; the preparation still runs once.
-std::mutex gDriverPreparationLock;
 }  // namespace
 
 Frontend::Frontend(FrontendType type, uint32_t id, FrontendInfo info, sp<Tuner> tuner)
@@ -24,8 +23,7 @@ Frontend::Frontend(FrontendType type, uint32_t id, FrontendInfo info, sp<Tuner> 
 Frontend::Frontend(FrontendType type, uint32_t id, sp<Tuner> tuner)
     : mTuner(std::move(tuner)), mType(type), mId(id) {
     {
-        // The driver is prepared once per process, by the first frontend.
-        std::lock_guard<std::mutex> guard(gDriverPreparationLock);
+        Mutex::Autolock guard(sDriverPreparationLock);
         if (!mIsMoxTunerReady) {
             FLOGD("MOX_DvbSetSMP set off.");
             for (int path : kSmpPaths) MOX_DvbSetSMP(path, 0);
@@ -36,17 +34,11 @@ Frontend::Frontend(FrontendType type, uint32_t id, sp<Tuner> tuner)
     FLOGD("Frontend mId=%d\n", mId);
 }
 
-Frontend::~Frontend() {
-    std::optional<pthread_t> thread;
-    {
-        std::lock_guard<std::mutex> guard(mScanControlLock);
-        thread = endScanLocked();
-    }
-    joinOrDetach(thread);
-}
+// Every scan thread holds a strong reference on its frontend, so none is left to stop here.
+Frontend::~Frontend() = default;
 
 sp<IFrontendCallback> Frontend::getCallback() const {
-    std::lock_guard<std::mutex> guard(mCallbackLock);
+    Mutex::Autolock guard(mCallbackLock);
     return mCallback;
 }
 
@@ -55,7 +47,7 @@ Return<Result> Frontend::setCallback(const sp<IFrontendCallback>& callback) {
         FLOGE("Set Frontend callback with nullptr!!");
         return Result::INVALID_ARGUMENT;
     }
-    std::lock_guard<std::mutex> guard(mCallbackLock);
+    Mutex::Autolock guard(mCallbackLock);
     mCallback = callback;
     return Result::SUCCESS;
 }
@@ -64,7 +56,7 @@ Return<Result> Frontend::close() {
     FLOGD("Enter >>");
     sp<IFrontendCallback> dropped;  // released after the lock, in case it is the last reference
     {
-        std::lock_guard<std::mutex> guard(mCallbackLock);
+        Mutex::Autolock guard(mCallbackLock);
         dropped = std::move(mCallback);
         mCallback = nullptr;
     }

@@ -1,14 +1,13 @@
 #pragma once
 
 #include <android/hardware/tv/tuner/1.0/IFrontend.h>
-#include <pthread.h>
+#include <utils/Mutex.h>
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
-#include <optional>
 
 #include "driver/MoxTuner.h"
+#include "frontend/ScanControl.h"
 
 namespace android::hardware::tv::tuner::V1_0::implementation {
 
@@ -38,7 +37,7 @@ class Frontend : public IFrontend {
     bool isLocked() const { return mIsLocked; }
     bool supportsSatellite() const;
     // True from scan() until the scan is stopped or ends by itself.
-    bool isScanRunning() const { return mScanRunning != 0; }
+    bool isScanRunning() const { return mScanControl.anyRunning(); }
 
     // Settings -> driver tuning record.
     static Return<Result> toMoxTunerParam(FrontendType type, const FrontendSettings& settings,
@@ -82,42 +81,33 @@ class Frontend : public IFrontend {
 
     sp<IFrontendCallback> getCallback() const;
     static bool settingsMatchType(FrontendType type, const FrontendSettings& settings);
-    bool onOwnScanThread() const;
-    bool scanShouldRun(uint64_t generation) const;
-    void endScanRun(uint64_t generation);
-    // Asks the running scan to end and hands back its thread handle, if any (mScanControlLock).
-    std::optional<pthread_t> endScanLocked();
-    void joinOrDetach(std::optional<pthread_t> thread);
-    void scanSingleFrequency(FrontendSettings& settings, FrontendScanType type,
-                             const sp<IFrontendCallback>& callback, uint64_t generation);
+    void scanSingleFrequency(FrontendSettings& settings, FrontendScanType type, uint64_t generation);
     void scanCableSweep(const FrontendSettings& settings, FrontendScanType type,
-                        const sp<IFrontendCallback>& callback, uint64_t generation);
-    void sendScanMessage(const sp<IFrontendCallback>& callback, FrontendScanMessageType type,
-                         const FrontendScanMessage& message);
+                        uint64_t generation);
+    // Sends one scan message to the callback installed at this moment, if any.
+    void sendScanMessage(FrontendScanMessageType type, const FrontendScanMessage& message);
+    // The scan saw lock: counts only while its run is still to go on, so it never undoes a stop.
+    void markScanLocked(uint64_t generation);
+    void releaseTuner();
     uint8_t tunerIndex() const { return static_cast<uint8_t>(mId & 0xFF); }
 
-    mutable std::mutex mCallbackLock;
-    sp<IFrontendCallback> mCallback;  // guarded by mCallbackLock
+    mutable Mutex mCallbackLock;
+    sp<IFrontendCallback> mCallback GUARDED_BY(mCallbackLock);
     sp<Tuner> mTuner;
     FrontendType mType;
     uint32_t mId;
     std::atomic<bool> mIsLocked{false};
     FrontendInfo mFrontendInfo;
 
-    // Scanning. mScanControlLock guards the thread handle and the generation count; it is never
-    // held while waiting for a scan thread, so a thread that ends can always take it.
-    std::mutex mScanControlLock;
-    std::optional<pthread_t> mScanThread;  // joinable handle; guarded by mScanControlLock
-    uint64_t mScanGeneration = 0;          // guarded by mScanControlLock
-    // The generation of the scan that is to go on, 0 when none. scan() and stopScan() write it
-    // under mScanControlLock; a scan thread tests it in its loops and, as its last step, clears
-    // its own generation by compare-and-swap.
-    std::atomic<uint64_t> mScanRunning{0};
-    // Held by a scan thread for the whole of its scan, so scans of one frontend never overlap:
-    // a thread detached by a scan() from inside a callback finishes before the next one starts.
-    std::mutex mScanMutex;
+    // Which scan is to go on, its thread's turn, its poll wait and the release after a stop.
+    ScanControl mScanControl;
+    // Held by a scan thread for the whole of its run.
+    Mutex mScanMutex;
 
-    static bool mIsMoxTunerReady;  // guarded by the constructors' preparation lock
+    // The driver is prepared once per process, by the first frontend constructed. Frontends of
+    // different Tuners may be constructed at once (within one Tuner, discovery holds its mLock).
+    static Mutex sDriverPreparationLock;
+    static bool mIsMoxTunerReady GUARDED_BY(sDriverPreparationLock);
 };
 
 }  // namespace android::hardware::tv::tuner::V1_0::implementation

@@ -11,6 +11,13 @@ namespace android::hardware::tv::tuner::V1_0::implementation {
 
 namespace {
 constexpr int kLockPolls = 15;
+
+// The client's code runs on this thread for the length of the call: whatever it calls back into
+// the service from there must not wait for a scan thread.
+void sendEvent(const sp<IFrontendCallback>& callback, FrontendEventType event) {
+    ScanControl::ClientCodeScope clientCode;
+    callback->onEvent(event);
+}
 }  // namespace
 
 Return<Result> Frontend::tune(const FrontendSettings& settings) {
@@ -49,12 +56,12 @@ Return<Result> Frontend::tune(const FrontendSettings& settings) {
             FLOGD("FrontendEventType::LOCKED!!");
             // The demux input runs before the client hears of the lock.
             mTuner->frontendStartTune(mId);
-            callback->onEvent(FrontendEventType::LOCKED);
+            sendEvent(callback, FrontendEventType::LOCKED);
             mIsLocked = true;
             return Result::SUCCESS;
         }
     }
-    callback->onEvent(FrontendEventType::NO_SIGNAL);
+    sendEvent(callback, FrontendEventType::NO_SIGNAL);
     FLOGD("FrontendEventType::NO_SIGNAL!!");
     FLOGD("End <<");
     return Result::SUCCESS;

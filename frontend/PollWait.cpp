@@ -8,4 +8,8 @@ void pollWait(uint32_t microseconds) {
     usleep(microseconds);
 }
 
+void pollWait(uint32_t microseconds, PollInterrupt& interrupt) {
+    interrupt.waitFor(microseconds);
+}
+
 }  // namespace android::hardware::tv::tuner::V1_0::implementation

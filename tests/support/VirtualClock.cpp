@@ -75,4 +75,9 @@ void pollWait(uint32_t microseconds) {
     if (hook) hook(now);
 }
 
+// In virtual time a wait never blocks, so there is nothing for a stop to cut short.
+void pollWait(uint32_t microseconds, PollInterrupt& /*interrupt*/) {
+    pollWait(microseconds);
+}
+
 }  // namespace android::hardware::tv::tuner::V1_0::implementation
