@@ -16,8 +16,8 @@ constexpr size_t kEntries =
 constexpr uint32_t kSymbolRateTolerancePercent = 1;
 
 uint64_t steadyNowUs() {
-    using namespace std::chrono;
-    return duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count();
+    const auto sinceEpoch = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::microseconds>(sinceEpoch).count();
 }
 
 bool isSatellite(uint32_t system) {
@@ -36,14 +36,14 @@ SimulatedDriver::SimulatedDriver() : mClock(steadyNowUs) {
 }
 
 void SimulatedDriver::setClock(Clock clock) {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     mClock = clock ? std::move(clock) : Clock(steadyNowUs);
 }
 
 // One tuner per channel of every listed entry, one LNB per voltage entry of the largest
 // satellite list: the same numbering the service uses.
 void SimulatedDriver::setCapabilities(const MOX_TunerCapability_t& capability) {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     mCapability = capability;
     size_t tuners = 0;
     size_t lnbs = 0;
@@ -59,7 +59,7 @@ void SimulatedDriver::setCapabilities(const MOX_TunerCapability_t& capability) {
 }
 
 LnbState SimulatedDriver::lnb(int32_t lnbId) const {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     return lnbId >= 0 && static_cast<size_t>(lnbId) < mLnbs.size() ? mLnbs[lnbId] : LnbState();
 }
 
@@ -69,7 +69,7 @@ int SimulatedDriver::init() {
 
 int SimulatedDriver::getCapabilities(MOX_TunerCapability_t* capability) {
     if (capability == nullptr) return -1;
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     *capability = mCapability;
     return 0;
 }
@@ -111,7 +111,7 @@ float SimulatedDriver::jitterLocked(float amplitude) {
 }
 
 int SimulatedDriver::scan(uint8_t tunerIndex, const MOX_TunerParam_t& param) {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     TunerState* tuner = tunerLocked(tunerIndex);
     if (tuner == nullptr || param.eTunerType == 0) return -1;
     tuner->tuned = true;
@@ -122,14 +122,14 @@ int SimulatedDriver::scan(uint8_t tunerIndex, const MOX_TunerParam_t& param) {
 }
 
 int SimulatedDriver::isLocked(uint8_t tunerIndex) {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     const TunerState* tuner = tunerLocked(tunerIndex);
     if (tuner == nullptr) return -1;
     return lockedLocked(*tuner) ? 0 : 1;
 }
 
 int SimulatedDriver::getInfo(uint8_t tunerIndex, MOX_TunerSignalInfo_t* info) {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     const TunerState* tuner = tunerLocked(tunerIndex);
     if (tuner == nullptr || info == nullptr) return -1;
     if (!tuner->tuned) return 0;  // an idle tuner reports nothing
@@ -159,7 +159,7 @@ int SimulatedDriver::getInfo(uint8_t tunerIndex, MOX_TunerSignalInfo_t* info) {
 }
 
 int SimulatedDriver::getParamInfo(uint8_t tunerIndex, MOX_TunerParamInfo_t* info) {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     const TunerState* tuner = tunerLocked(tunerIndex);
     if (tuner == nullptr || info == nullptr) return -1;
     if (!tuner->tuned) return 0;
@@ -173,7 +173,7 @@ int SimulatedDriver::getParamInfo(uint8_t tunerIndex, MOX_TunerParamInfo_t* info
 }
 
 int SimulatedDriver::release(uint8_t tunerIndex) {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     TunerState* tuner = tunerLocked(tunerIndex);
     if (tuner == nullptr) return -1;
     *tuner = TunerState();
@@ -185,7 +185,7 @@ LnbState* SimulatedDriver::lnbLocked(int32_t lnbId) {
 }
 
 int SimulatedDriver::setLnbMode(int32_t lnbId, uint32_t mode) {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     LnbState* lnb = lnbLocked(lnbId);
     if (lnb == nullptr || mode > 2) return -1;
     lnb->mode = mode;
@@ -193,7 +193,7 @@ int SimulatedDriver::setLnbMode(int32_t lnbId, uint32_t mode) {
 }
 
 int SimulatedDriver::set22k(int32_t lnbId, uint32_t on) {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     LnbState* lnb = lnbLocked(lnbId);
     if (lnb == nullptr) return -1;
     lnb->tone = on;
@@ -201,7 +201,7 @@ int SimulatedDriver::set22k(int32_t lnbId, uint32_t on) {
 }
 
 int SimulatedDriver::sendToneBurst(int32_t lnbId, uint32_t burst) {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     LnbState* lnb = lnbLocked(lnbId);
     if (lnb == nullptr || burst > 1) return -1;
     lnb->lastBurst = static_cast<int32_t>(burst);
@@ -209,7 +209,7 @@ int SimulatedDriver::sendToneBurst(int32_t lnbId, uint32_t burst) {
 }
 
 int SimulatedDriver::sendDiseqc(int32_t lnbId, const MOX_DiSEqCCmd_t& cmd) {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     LnbState* lnb = lnbLocked(lnbId);
     if (lnb == nullptr || cmd.ucLen > MOX_DISEQC_MSG_MAX) return -1;
     lnb->lastDiseqc.assign(cmd.ucData, cmd.ucData + cmd.ucLen);

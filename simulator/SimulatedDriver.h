@@ -4,9 +4,10 @@
 // the transmitter's lock delay has passed; its signal figures follow the transmitter.
 #pragma once
 
+#include <utils/Mutex.h>
+
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <vector>
 
 #include "driver/MoxTuner.h"
@@ -68,19 +69,19 @@ class SimulatedDriver {
         int transmitter = -1;  // index into mAir, -1 when nothing matches
     };
 
-    bool lockedLocked(const TunerState& tuner) const;
-    int matchLocked(const MOX_TunerParam_t& param) const;
-    float jitterLocked(float amplitude);
-    TunerState* tunerLocked(uint8_t tunerIndex);
-    LnbState* lnbLocked(int32_t lnbId);
+    bool lockedLocked(const TunerState& tuner) const REQUIRES(mLock);
+    int matchLocked(const MOX_TunerParam_t& param) const REQUIRES(mLock);
+    float jitterLocked(float amplitude) REQUIRES(mLock);
+    TunerState* tunerLocked(uint8_t tunerIndex) REQUIRES(mLock);
+    LnbState* lnbLocked(int32_t lnbId) REQUIRES(mLock);
 
-    mutable std::mutex mLock;
-    Clock mClock;
-    MOX_TunerCapability_t mCapability;
-    std::vector<Transmitter> mAir;
-    std::vector<TunerState> mTuners;
-    std::vector<LnbState> mLnbs;
-    uint32_t mNoiseSeed = 12345;
+    mutable ::android::Mutex mLock;
+    Clock mClock GUARDED_BY(mLock);
+    MOX_TunerCapability_t mCapability GUARDED_BY(mLock);
+    std::vector<Transmitter> mAir GUARDED_BY(mLock);
+    std::vector<TunerState> mTuners GUARDED_BY(mLock);
+    std::vector<LnbState> mLnbs GUARDED_BY(mLock);
+    uint32_t mNoiseSeed GUARDED_BY(mLock) = 12345;
 };
 
 // The instance behind the driver's C entry points.

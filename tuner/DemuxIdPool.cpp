@@ -16,7 +16,7 @@ DemuxIdPool::~DemuxIdPool() {
 }
 
 int32_t DemuxIdPool::allocate() {
-    std::lock_guard<std::mutex> guard(mIdLock);
+    ::android::Mutex::Autolock guard(mIdLock);
     for (int32_t id = 1; id <= mCapacity; ++id) {
         if (mUsed[id] == 0) {
             mUsed[id] = 1;
@@ -27,7 +27,7 @@ int32_t DemuxIdPool::allocate() {
 }
 
 void DemuxIdPool::release(int32_t id) {
-    std::lock_guard<std::mutex> guard(mIdLock);
+    ::android::Mutex::Autolock guard(mIdLock);
     if (id >= 1 && id <= mCapacity) mUsed[id] = 0;
 }
 

@@ -1,7 +1,8 @@
 #pragma once
 
+#include <utils/Mutex.h>
+
 #include <cstdint>
-#include <mutex>
 
 namespace android::hardware::tv::tuner::V1_0::implementation {
 
@@ -19,8 +20,9 @@ class DemuxIdPool {
     void release(int32_t id);
 
   private:
-    uint8_t* mUsed;  // mCapacity + 1 flags, index 0 unused; guarded by mIdLock
-    std::mutex mIdLock;
+    // Taken alone: no other lock is ever taken while it is held.
+    ::android::Mutex mIdLock;
+    uint8_t* mUsed PT_GUARDED_BY(mIdLock);  // mCapacity + 1 flags, index 0 unused
     const int32_t mCapacity = 40;
 };
 

@@ -20,9 +20,11 @@ class Lnb;
 // The one ITuner of the service: it learns the hardware from the driver on the first
 // getFrontendIds, owns the frontends, LNBs and open demuxes, and binds frontends to demuxes.
 //
-// mLock serialises discovery and the driver initialisation step and guards every registry; the
-// demux id pool's own lock is only ever taken inside it. No lock is held while calling into a
-// demux (which may close itself and call back closeDemux) or into a client callback.
+// mLock serialises discovery and the driver initialisation step and guards every registry.
+// Lock order: mLock, then either Frontend::sDriverPreparationLock (the first frontend's driver
+// preparation runs inside discovery) or the demux id pool's mIdLock (closeDemux); openDemux takes
+// mIdLock alone. No lock is held while calling into a demux (which may close itself and call
+// back closeDemux) or into a client callback.
 class Tuner : public ITuner {
   public:
     Tuner();

@@ -12,7 +12,7 @@ Driver& Driver::get() {
 }
 
 void Driver::reset() {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     mInitResult = 0;
     mCapabilitiesResult = 0;
     memset(&mCapability, 0, sizeof(mCapability));
@@ -26,55 +26,55 @@ void Driver::reset() {
 }
 
 void Driver::setInitResult(int result) {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     mInitResult = result;
 }
 
 void Driver::setCapabilities(int result, const MOX_TunerCapability_t& capability) {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     mCapabilitiesResult = result;
     mCapability = capability;
 }
 
 void Driver::onScan(std::function<int(uint8_t, const MOX_TunerParam_t&)> script) {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     mScan = std::move(script);
 }
 
 void Driver::onIsLocked(std::function<int(uint8_t)> script) {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     mIsLocked = std::move(script);
 }
 
 void Driver::onGetInfo(std::function<int(uint8_t, MOX_TunerSignalInfo_t*)> script) {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     mGetInfo = std::move(script);
 }
 
 void Driver::onGetParamInfo(std::function<int(uint8_t, MOX_TunerParamInfo_t*)> script) {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     mGetParamInfo = std::move(script);
 }
 
 std::vector<DriverCall> Driver::calls() const {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     return mCalls;
 }
 
 int Driver::count(const std::string& name) const {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     int n = 0;
     for (const DriverCall& call : mCalls) n += call.name == name;
     return n;
 }
 
 std::vector<MOX_TunerParam_t> Driver::scans() const {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     return mScans;
 }
 
 std::vector<LnbCall> Driver::lnbCalls() const {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     return mLnbCalls;
 }
 
@@ -83,13 +83,13 @@ void Driver::record(const char* name, int32_t target) {
 }
 
 int Driver::init() {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     record("Init", -1);
     return mInitResult;
 }
 
 int Driver::getCapabilities(MOX_TunerCapability_t* capability) {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     record("GetCapabilities", -1);
     if (mCapabilitiesResult == 0) *capability = mCapability;
     return mCapabilitiesResult;
@@ -99,7 +99,7 @@ int Driver::getCapabilities(MOX_TunerCapability_t* capability) {
 int Driver::scan(uint8_t tuner, const MOX_TunerParam_t& param) {
     std::function<int(uint8_t, const MOX_TunerParam_t&)> script;
     {
-        std::lock_guard<std::mutex> guard(mLock);
+        ::android::Mutex::Autolock guard(mLock);
         record("Scan", tuner);
         mScans.push_back(param);
         script = mScan;
@@ -110,7 +110,7 @@ int Driver::scan(uint8_t tuner, const MOX_TunerParam_t& param) {
 int Driver::isLocked(uint8_t tuner) {
     std::function<int(uint8_t)> script;
     {
-        std::lock_guard<std::mutex> guard(mLock);
+        ::android::Mutex::Autolock guard(mLock);
         record("IsLocked", tuner);
         script = mIsLocked;
     }
@@ -120,7 +120,7 @@ int Driver::isLocked(uint8_t tuner) {
 int Driver::getInfo(uint8_t tuner, MOX_TunerSignalInfo_t* info) {
     std::function<int(uint8_t, MOX_TunerSignalInfo_t*)> script;
     {
-        std::lock_guard<std::mutex> guard(mLock);
+        ::android::Mutex::Autolock guard(mLock);
         record("GetInfo", tuner);
         script = mGetInfo;
     }
@@ -130,7 +130,7 @@ int Driver::getInfo(uint8_t tuner, MOX_TunerSignalInfo_t* info) {
 int Driver::getParamInfo(uint8_t tuner, MOX_TunerParamInfo_t* info) {
     std::function<int(uint8_t, MOX_TunerParamInfo_t*)> script;
     {
-        std::lock_guard<std::mutex> guard(mLock);
+        ::android::Mutex::Autolock guard(mLock);
         record("GetParamInfo", tuner);
         script = mGetParamInfo;
     }
@@ -138,13 +138,13 @@ int Driver::getParamInfo(uint8_t tuner, MOX_TunerParamInfo_t* info) {
 }
 
 int Driver::release(uint8_t tuner) {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     record("Release", tuner);
     return 0;
 }
 
 int Driver::lnb(const LnbCall& call) {
-    std::lock_guard<std::mutex> guard(mLock);
+    ::android::Mutex::Autolock guard(mLock);
     record(call.name.c_str(), call.lnbId);
     mLnbCalls.push_back(call);
     return 0;

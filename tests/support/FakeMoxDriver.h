@@ -3,9 +3,10 @@
 // behalf.
 #pragma once
 
+#include <utils/Mutex.h>
+
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -57,19 +58,19 @@ class Driver {
     int lnb(const LnbCall& call);
 
   private:
-    void record(const char* name, int32_t target);
+    void record(const char* name, int32_t target) REQUIRES(mLock);
 
-    mutable std::mutex mLock;
-    int mInitResult = 0;
-    int mCapabilitiesResult = 0;
-    MOX_TunerCapability_t mCapability{};
-    std::function<int(uint8_t, const MOX_TunerParam_t&)> mScan;
-    std::function<int(uint8_t)> mIsLocked;
-    std::function<int(uint8_t, MOX_TunerSignalInfo_t*)> mGetInfo;
-    std::function<int(uint8_t, MOX_TunerParamInfo_t*)> mGetParamInfo;
-    std::vector<DriverCall> mCalls;
-    std::vector<MOX_TunerParam_t> mScans;
-    std::vector<LnbCall> mLnbCalls;
+    mutable ::android::Mutex mLock;
+    int mInitResult GUARDED_BY(mLock) = 0;
+    int mCapabilitiesResult GUARDED_BY(mLock) = 0;
+    MOX_TunerCapability_t mCapability GUARDED_BY(mLock){};
+    std::function<int(uint8_t, const MOX_TunerParam_t&)> mScan GUARDED_BY(mLock);
+    std::function<int(uint8_t)> mIsLocked GUARDED_BY(mLock);
+    std::function<int(uint8_t, MOX_TunerSignalInfo_t*)> mGetInfo GUARDED_BY(mLock);
+    std::function<int(uint8_t, MOX_TunerParamInfo_t*)> mGetParamInfo GUARDED_BY(mLock);
+    std::vector<DriverCall> mCalls GUARDED_BY(mLock);
+    std::vector<MOX_TunerParam_t> mScans GUARDED_BY(mLock);
+    std::vector<LnbCall> mLnbCalls GUARDED_BY(mLock);
 };
 
 // Capability entries for tests.

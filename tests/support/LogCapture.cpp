@@ -1,22 +1,23 @@
 #include "LogCapture.h"
 
 #include <android/log.h>
+#include <utils/Mutex.h>
 
-#include <mutex>
 #include <regex>
 
 namespace {
 
-std::mutex gLock;
+::android::Mutex gLock;
 // Never freed: threads that end after main may still log.
-std::vector<LogRecord>* gRecords = new std::vector<LogRecord>();
-std::function<void(const LogRecord&)>* gHook = new std::function<void(const LogRecord&)>();
+std::vector<LogRecord>* gRecords PT_GUARDED_BY(gLock) = new std::vector<LogRecord>();
+std::function<void(const LogRecord&)>* gHook PT_GUARDED_BY(gLock) =
+        new std::function<void(const LogRecord&)>();
 
 void capture(const struct __android_logger_data* data, const char* message) {
     const LogRecord record{data->priority, data->tag ? data->tag : "", message ? message : ""};
     std::function<void(const LogRecord&)> hook;
     {
-        std::lock_guard<std::mutex> guard(gLock);
+        ::android::Mutex::Autolock guard(gLock);
         gRecords->push_back(record);
         hook = *gHook;
     }
@@ -32,7 +33,7 @@ LogCapture::LogCapture() {
 }
 
 void LogCapture::onRecord(std::function<void(const LogRecord&)> hook) {
-    std::lock_guard<std::mutex> guard(gLock);
+    ::android::Mutex::Autolock guard(gLock);
     *gHook = std::move(hook);
 }
 
@@ -43,7 +44,7 @@ LogCapture::~LogCapture() {
 }
 
 std::vector<LogRecord> LogCapture::records() const {
-    std::lock_guard<std::mutex> guard(gLock);
+    ::android::Mutex::Autolock guard(gLock);
     return *gRecords;
 }
 
@@ -63,6 +64,6 @@ std::vector<std::string> LogCapture::messages(const std::string& pattern) const 
 }
 
 void LogCapture::clear() {
-    std::lock_guard<std::mutex> guard(gLock);
+    ::android::Mutex::Autolock guard(gLock);
     gRecords->clear();
 }

@@ -1,6 +1,7 @@
 #include "VirtualClock.h"
 
-#include <mutex>
+#include <utils/Mutex.h>
+
 #include <thread>
 
 #include "frontend/PollWait.h"
@@ -9,11 +10,11 @@ namespace vt {
 namespace {
 
 struct State {
-    std::mutex lock;
-    uint64_t nowUs = 0;
-    int waits = 0;
-    uint64_t waitedUs = 0;
-    std::function<void(uint64_t)> hook;
+    ::android::Mutex lock;
+    uint64_t nowUs GUARDED_BY(lock) = 0;
+    int waits GUARDED_BY(lock) = 0;
+    uint64_t waitedUs GUARDED_BY(lock) = 0;
+    std::function<void(uint64_t)> hook GUARDED_BY(lock);
 };
 
 State& state() {
@@ -24,22 +25,22 @@ State& state() {
 }  // namespace
 
 uint64_t nowUs() {
-    std::lock_guard<std::mutex> guard(state().lock);
+    ::android::Mutex::Autolock guard(state().lock);
     return state().nowUs;
 }
 
 int waitCount() {
-    std::lock_guard<std::mutex> guard(state().lock);
+    ::android::Mutex::Autolock guard(state().lock);
     return state().waits;
 }
 
 uint64_t waitedUs() {
-    std::lock_guard<std::mutex> guard(state().lock);
+    ::android::Mutex::Autolock guard(state().lock);
     return state().waitedUs;
 }
 
 void reset() {
-    std::lock_guard<std::mutex> guard(state().lock);
+    ::android::Mutex::Autolock guard(state().lock);
     state().nowUs = 0;
     state().waits = 0;
     state().waitedUs = 0;
@@ -47,12 +48,12 @@ void reset() {
 }
 
 void advance(uint64_t us) {
-    std::lock_guard<std::mutex> guard(state().lock);
+    ::android::Mutex::Autolock guard(state().lock);
     state().nowUs += us;
 }
 
 void setWaitHook(std::function<void(uint64_t)> hook) {
-    std::lock_guard<std::mutex> guard(state().lock);
+    ::android::Mutex::Autolock guard(state().lock);
     state().hook = std::move(hook);
 }
 
@@ -64,7 +65,7 @@ void pollWait(uint32_t microseconds) {
     std::function<void(uint64_t)> hook;
     uint64_t now;
     {
-        std::lock_guard<std::mutex> guard(vt::state().lock);
+        ::android::Mutex::Autolock guard(vt::state().lock);
         vt::state().nowUs += microseconds;
         vt::state().waits += 1;
         vt::state().waitedUs += microseconds;

@@ -4,10 +4,10 @@
 #pragma once
 
 #include <android/hardware/tv/tuner/1.0/IDemux.h>
+#include <utils/Mutex.h>
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 
 namespace android::hardware::tv::tuner::V1_0::implementation {
 
@@ -43,8 +43,8 @@ class Demux : public IDemux {
   private:
     const uint32_t mDemuxId;
     sp<Tuner> mTuner;
-    std::mutex mCloseLock;
-    CloseCallback mCloseCallback = nullptr;  // guarded by mCloseLock
+    ::android::Mutex mCloseLock;
+    CloseCallback mCloseCallback GUARDED_BY(mCloseLock) = nullptr;
     std::atomic<bool> mInputRunning{false};
     std::atomic<int> mInputStartCount{0};
 };

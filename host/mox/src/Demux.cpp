@@ -41,7 +41,7 @@ Return<void> Demux::getAvSyncTime(uint32_t, getAvSyncTime_cb _hidl_cb) {
 Return<Result> Demux::close() {
     CloseCallback callback;
     {
-        std::lock_guard<std::mutex> guard(mCloseLock);
+        ::android::Mutex::Autolock guard(mCloseLock);
         callback = mCloseCallback;
     }
     mInputRunning = false;
@@ -63,7 +63,7 @@ Return<Result> Demux::disconnectCiCam() {
 }
 
 void Demux::setDemuxCloseCallback(CloseCallback callback) {
-    std::lock_guard<std::mutex> guard(mCloseLock);
+    ::android::Mutex::Autolock guard(mCloseLock);
     mCloseCallback = callback;
 }
 

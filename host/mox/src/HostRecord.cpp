@@ -1,5 +1,5 @@
 // The store behind MoxHostRecord.h, shared by the player and passthrough stand-ins.
-#include <mutex>
+#include <utils/Mutex.h>
 
 #include "MoxHostRecord.h"
 
@@ -7,10 +7,10 @@ namespace mox::host {
 namespace {
 
 struct Records {
-    std::mutex lock;
-    std::vector<std::pair<int, int>> smp;
-    std::vector<TunerPtr> callbacks;
-    std::vector<TunerPtr> releases;
+    ::android::Mutex lock;
+    std::vector<std::pair<int, int>> smp GUARDED_BY(lock);
+    std::vector<TunerPtr> callbacks GUARDED_BY(lock);
+    std::vector<TunerPtr> releases GUARDED_BY(lock);
 };
 
 Records& records() {
@@ -21,37 +21,37 @@ Records& records() {
 }  // namespace
 
 void recordSmp(int path, int enable) {
-    std::lock_guard<std::mutex> guard(records().lock);
+    ::android::Mutex::Autolock guard(records().lock);
     records().smp.emplace_back(path, enable);
 }
 
 void recordPassthroughCallback(TunerPtr tuner) {
-    std::lock_guard<std::mutex> guard(records().lock);
+    ::android::Mutex::Autolock guard(records().lock);
     records().callbacks.push_back(tuner);
 }
 
 void recordPassthroughRelease(TunerPtr tuner) {
-    std::lock_guard<std::mutex> guard(records().lock);
+    ::android::Mutex::Autolock guard(records().lock);
     records().releases.push_back(tuner);
 }
 
 std::vector<std::pair<int, int>> smpCalls() {
-    std::lock_guard<std::mutex> guard(records().lock);
+    ::android::Mutex::Autolock guard(records().lock);
     return records().smp;
 }
 
 std::vector<TunerPtr> passthroughCallbacks() {
-    std::lock_guard<std::mutex> guard(records().lock);
+    ::android::Mutex::Autolock guard(records().lock);
     return records().callbacks;
 }
 
 std::vector<TunerPtr> passthroughReleases() {
-    std::lock_guard<std::mutex> guard(records().lock);
+    ::android::Mutex::Autolock guard(records().lock);
     return records().releases;
 }
 
 void clearRecords() {
-    std::lock_guard<std::mutex> guard(records().lock);
+    ::android::Mutex::Autolock guard(records().lock);
     records().smp.clear();
     records().callbacks.clear();
     records().releases.clear();
