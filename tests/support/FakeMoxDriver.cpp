@@ -23,6 +23,17 @@ void Driver::reset() {
     mCalls.clear();
     mScans.clear();
     mLnbCalls.clear();
+    mResults.clear();
+}
+
+void Driver::setResult(const std::string& name, int result) {
+    ::android::Mutex::Autolock guard(mLock);
+    mResults[name] = result;
+}
+
+int Driver::resultOf(const std::string& name) const {
+    auto it = mResults.find(name);
+    return it == mResults.end() ? 0 : it->second;
 }
 
 void Driver::setInitResult(int result) {
@@ -140,14 +151,14 @@ int Driver::getParamInfo(uint8_t tuner, MOX_TunerParamInfo_t* info) {
 int Driver::release(uint8_t tuner) {
     ::android::Mutex::Autolock guard(mLock);
     record("Release", tuner);
-    return 0;
+    return resultOf("Release");
 }
 
 int Driver::lnb(const LnbCall& call) {
     ::android::Mutex::Autolock guard(mLock);
     record(call.name.c_str(), call.lnbId);
     mLnbCalls.push_back(call);
-    return 0;
+    return resultOf(call.name);
 }
 
 MOX_TunerFrontendCap_t entryOfType(uint32_t typeCode, uint8_t channels) {

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -40,6 +41,8 @@ class Driver {
     void onIsLocked(std::function<int(uint8_t)> script);
     void onGetInfo(std::function<int(uint8_t, MOX_TunerSignalInfo_t*)> script);
     void onGetParamInfo(std::function<int(uint8_t, MOX_TunerParamInfo_t*)> script);
+    // A fixed result for Release or an LNB entry point (by its name in the records).
+    void setResult(const std::string& name, int result);
 
     // Records.
     std::vector<DriverCall> calls() const;
@@ -59,6 +62,7 @@ class Driver {
 
   private:
     void record(const char* name, int32_t target) REQUIRES(mLock);
+    int resultOf(const std::string& name) const REQUIRES(mLock);
 
     mutable ::android::Mutex mLock;
     int mInitResult GUARDED_BY(mLock) = 0;
@@ -71,6 +75,7 @@ class Driver {
     std::vector<DriverCall> mCalls GUARDED_BY(mLock);
     std::vector<MOX_TunerParam_t> mScans GUARDED_BY(mLock);
     std::vector<LnbCall> mLnbCalls GUARDED_BY(mLock);
+    std::map<std::string, int> mResults GUARDED_BY(mLock);
 };
 
 // Capability entries for tests.
