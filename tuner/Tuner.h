@@ -49,9 +49,8 @@ class Tuner : public ITuner {
 
   private:
     void initDriverLocked() REQUIRES(mLock);
+    class RegistrySink;
     void discoverFrontendsLocked() REQUIRES(mLock);
-    void discoverFromCapabilitiesLocked(MOX_TunerCapability_t& capability) REQUIRES(mLock);
-    void addFallbackFrontendLocked() REQUIRES(mLock);
     // The demux bound to a frontend, if it is still registered.
     sp<Demux> boundDemux(uint32_t frontendId);
 

@@ -1,12 +1,10 @@
 // getFrontendIds: the first successful call learns the hardware from the driver's capability
 // record and creates the frontends, their information and the LNBs.
-#include <algorithm>
-#include <cstring>
+#include <utility>
 
 #include "frontend/Frontend.h"
-#include "frontend/FrontendConstants.h"
 #include "lnb/Lnb.h"
-#include "tuner/CapabilityTranslation.h"
+#include "tuner/FrontendDiscovery.h"
 #include "tuner/Tuner.h"
 #include "tuner/TunerLog.h"
 
@@ -15,46 +13,6 @@ namespace android::hardware::tv::tuner::V1_0::implementation {
 #define DISCOVERY_LOG(priority, fmt, ...) \
     SERVICE_LOG_AS(priority, TUNER_TAG, "Tuner", "getFrontendIds", fmt, ##__VA_ARGS__)
 #define DLOGD(fmt, ...) DISCOVERY_LOG(ANDROID_LOG_DEBUG, fmt, ##__VA_ARGS__)
-#define DLOGE(fmt, ...) DISCOVERY_LOG(ANDROID_LOG_ERROR, fmt, ##__VA_ARGS__)
-
-namespace {
-
-constexpr uint32_t kMaxFrequencyMHz = 2140;
-constexpr uint32_t kMaxSymbolRateKsym = 2140000;
-constexpr uint32_t kSymPerKsym = 1000;
-constexpr uint32_t kAcquireRangeHz = 30;
-constexpr uint32_t kExclusiveGroupBase = 57;
-constexpr size_t kFrontendRoom =
-        sizeof(MOX_TunerCapability_t::tFrontend) / sizeof(MOX_TunerCapability_t::tFrontend[0]);
-constexpr uint32_t kLnbVoltageRoom = 2;
-
-// One status type per set bit of the driver's mask, in bit order, even where it converts to 0.
-hidl_vec<FrontendStatusType> statusCapsOf(uint32_t statusCap) {
-    std::vector<FrontendStatusType> caps;
-    for (uint32_t bit = 0; bit < 32; ++bit) {
-        if (statusCap & (1u << bit)) caps.push_back(Frontend::fromMoxStatusType(1u << bit));
-    }
-    return caps;
-}
-
-// Limits a driver range to the maximum, the minimum to the limited maximum, and scales both.
-void limitRange(const MOX_TunerRange_t& range, uint32_t maximum, uint32_t factor, uint32_t& low,
-                uint32_t& high) {
-    const uint32_t limitedMax = std::min(range.uiMax, maximum);
-    low = std::min(range.uiMin, limitedMax) * factor;
-    high = limitedMax * factor;
-}
-
-void logEntry(int e, const MOX_TunerFrontendCap_t& cap) {
-    DLOGD("[%d] ucChannelCnt:%d", e, cap.ucChannelCnt);
-    DLOGD("[%d] uiStatusCap:%#x", e, cap.uiStatusCap);
-    DLOGD("[%d] tTypeSupport.ucCnt:%d", e, cap.tTypeSupport.ucCnt);
-    DLOGD("[%d] tFreqRange min:%u max:%u", e, cap.tFreqRange.uiMin, cap.tFreqRange.uiMax);
-    DLOGD("[%d] tSymbolRateRange min:%u max:%u", e, cap.tSymbolRateRange.uiMin,
-          cap.tSymbolRateRange.uiMax);
-}
-
-}  // namespace
 
 Return<void> Tuner::getFrontendIds(getFrontendIds_cb _hidl_cb) {
     DLOGD("Enter >>");
@@ -69,73 +27,31 @@ Return<void> Tuner::getFrontendIds(getFrontendIds_cb _hidl_cb) {
     return Void();
 }
 
+// Discovery reports into the Tuner's registries; it runs under mLock.
+class Tuner::RegistrySink : public DiscoverySink {
+  public:
+    explicit RegistrySink(Tuner& tuner) : mTuner(tuner) {}
+    void addFrontend(uint32_t id, FrontendType type, FrontendInfo&& info) override
+            REQUIRES(mTuner.mLock) {
+        // The frontend keeps a copy; the registry takes the original.
+        mTuner.mFrontends.push_back(new Frontend(type, id, info, &mTuner));
+        mTuner.mFrontendInfos.push_back(std::move(info));
+        mTuner.mFrontendCount = static_cast<int32_t>(mTuner.mFrontends.size());
+    }
+    void frontendAdded(uint32_t id, size_t statusCaps) override {
+        DLOGD("new Fronted:%d StatusCap.size:%d", id, static_cast<int>(statusCaps));
+    }
+    void addLnb(int lnbIndex) override REQUIRES(mTuner.mLock) {
+        mTuner.mLnbs.push_back(new Lnb(lnbIndex));
+    }
+
+  private:
+    Tuner& mTuner;
+};
+
 void Tuner::discoverFrontendsLocked() {
-    MOX_TunerCapability_t capability;
-    memset(&capability, 0, sizeof(capability));
-    if (MOX_Tuner_GetCapabilities(&capability) != 0) {
-        DLOGE("MOX_Tuner_GetCapabilities fail!! set FrontendDvbcCapabilities!");
-        addFallbackFrontendLocked();
-        return;
-    }
-    DLOGD("ucFrontendCnt:%d", capability.ucFrontendCnt);
-    discoverFromCapabilitiesLocked(capability);
-}
-
-void Tuner::discoverFromCapabilitiesLocked(MOX_TunerCapability_t& capability) {
-    size_t entries = capability.ucFrontendCnt;
-    if (entries > kFrontendRoom) {
-        DLOGE("ucFrontendCnt:%d is beyond the record's room of %d, reading %d",
-              capability.ucFrontendCnt, static_cast<int>(kFrontendRoom),
-              static_cast<int>(kFrontendRoom));
-        entries = kFrontendRoom;
-    }
-    uint32_t id = 0;
-    uint32_t lnbIndex = 0;
-    for (size_t e = 0; e < entries; ++e) {
-        MOX_TunerFrontendCap_t& cap = capability.tFrontend[e];
-        const int entry = static_cast<int>(e);
-        logEntry(entry, cap);
-        const hidl_vec<FrontendStatusType> statusCaps = statusCapsOf(cap.uiStatusCap);
-        for (int channel = 0; channel < cap.ucChannelCnt; ++channel) {
-            FrontendInfo info;
-            const FrontendType type = translateCapabilities(entry, cap, info.frontendCaps);
-            if (type == FrontendType::DVBS) {
-                const auto& lnb = cap.tCapability.tDvbs.tLnb;
-                for (; lnbIndex < lnb.ucCnt; ++lnbIndex) {
-                    if (lnbIndex < kLnbVoltageRoom) {
-                        DLOGD("[%d] tCapability.tDvbs.tLnb.tVoltage[%d].uiLow:%u uiHigh:%u", entry,
-                              lnbIndex, lnb.tVoltage[lnbIndex].uiLow, lnb.tVoltage[lnbIndex].uiHigh);
-                    }
-                    mLnbs.push_back(new Lnb(static_cast<int>(lnbIndex)));
-                }
-            }
-            info.type = type;
-            limitRange(cap.tFreqRange, kMaxFrequencyMHz, kHzPerMHz, info.minFrequency,
-                       info.maxFrequency);
-            limitRange(cap.tSymbolRateRange, kMaxSymbolRateKsym, kSymPerKsym, info.minSymbolRate,
-                       info.maxSymbolRate);
-            info.acquireRange = kAcquireRangeHz;
-            info.exclusiveGroupId = id + kExclusiveGroupBase;
-            info.statusCaps = statusCaps;
-
-            ++mFrontendCount;
-            mFrontends.resize(mFrontendCount);
-            mFrontendInfos.resize(mFrontendCount);
-            mFrontends[id] = new Frontend(type, id, info, this);
-            DLOGD("new Fronted:%d StatusCap.size:%d", id, static_cast<int>(statusCaps.size()));
-            mFrontendInfos[id] = info;
-            ++id;
-        }
-    }
-}
-
-// Without capabilities the service still offers one cable frontend, whose information is empty.
-void Tuner::addFallbackFrontendLocked() {
-    mFrontendCount = 1;
-    FrontendInfo info;
-    info.frontendCaps.dvbcCaps(FrontendDvbcCapabilities());
-    mFrontendInfos.push_back(info);
-    mFrontends.push_back(new Frontend(FrontendType::DVBC, 0, info, this));
+    RegistrySink sink(*this);
+    discoverFrontends(sink);
 }
 
 }  // namespace android::hardware::tv::tuner::V1_0::implementation

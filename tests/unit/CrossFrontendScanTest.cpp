@@ -52,7 +52,7 @@ class CrossFrontendScanTest : public ScanTestBase {
         for (size_t i = 0; i < ring.size(); ++i) {
             const uint32_t next = ring[(i + 1) % ring.size()];
             auto first = std::make_shared<std::atomic<bool>>(true);
-            mCallbacks[ring[i]]->onMessage([=, &ring](const RecordingCallback::Message& m) {
+            mCallbacks[ring[i]]->onMessage([=](const RecordingCallback::Message& m) {
                 if (m.first != MT::FREQUENCY || !first->exchange(false)) return;
                 ++*inside;
                 EXPECT_TRUE(eventually([&] { return inside->load() == ring.size(); }));
