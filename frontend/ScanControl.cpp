@@ -15,16 +15,19 @@ thread_local int tClientCodeDepth = 0;
 
 bool ScanControl::launchLocked(Entry entry, void* args, uint64_t generation) {
     pthread_t thread;
-    // The run before ends now: the new thread waits for its turn behind it.
-    mRunning = 0;
+    // The run before ends now, and the new one counts as running before its thread exists; the
+    // new thread waits for its turn behind the one before.
+    mRunning = generation;
     mChanged.broadcast();
-    if (pthread_create(&thread, nullptr, entry, args) != 0) return false;
+    if (pthread_create(&thread, nullptr, entry, args) != 0) {
+        mRunning = 0;
+        return false;
+    }
     // The name is longer than the 15 characters a thread name holds: the request fails and the
     // thread keeps the name it inherited. Named while still joinable, so the handle is valid.
     pthread_setname_np(thread, "frontend_scan_thread");
     pthread_detach(thread);
     mStarted = generation;
-    mRunning = generation;
     return true;
 }
 

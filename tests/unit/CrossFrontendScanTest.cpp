@@ -45,10 +45,12 @@ class CrossFrontendScanTest : public ScanTestBase {
     }
 
     // On its first FREQUENCY message each frontend's callback waits until every frontend of the
-    // ring is inside its own callback, then calls action(next frontend of the ring).
+    // ring is inside its own callback, then calls action(next frontend of the ring), and returns
+    // once all of them have.
     void ringOfCallbacks(const std::vector<uint32_t>& ring,
                          const std::function<void(uint32_t next)>& action) {
         auto inside = std::make_shared<std::atomic<size_t>>(0);
+        auto acted = std::make_shared<std::atomic<size_t>>(0);
         for (size_t i = 0; i < ring.size(); ++i) {
             const uint32_t next = ring[(i + 1) % ring.size()];
             auto first = std::make_shared<std::atomic<bool>>(true);
@@ -57,6 +59,9 @@ class CrossFrontendScanTest : public ScanTestBase {
                 ++*inside;
                 EXPECT_TRUE(eventually([&] { return inside->load() == ring.size(); }));
                 action(next);
+                // Leave only once every callback of the ring has acted.
+                ++*acted;
+                EXPECT_TRUE(eventually([&] { return acted->load() == ring.size(); }));
             });
         }
     }
@@ -92,10 +97,10 @@ TEST_F(CrossFrontendScanTest, ScanThreadsThatStopEachOtherAllReturn) {
         });
         for (uint32_t id : ring) {
             SCOPED_TRACE(id);
-            // The stop reached the scan inside its FREQUENCY callback: it went on to END and the
-            // tuner was released after the scan's last driver call.
-            EXPECT_EQ(mCallbacks[id]->messageTypes().back(), MT::END);
+            // The stop reached the scan inside its FREQUENCY callback: the tuner was released
+            // after the scan's last driver call, as its thread finished, and it went on to END.
             EXPECT_TRUE(eventually([&] { return lastCallOf(id) == "Release"; }));
+            EXPECT_EQ(mCallbacks[id]->messageTypes().back(), MT::END);
             EXPECT_FALSE(frontend(id)->isLocked());
         }
         EXPECT_TRUE(eventually(
