@@ -1,0 +1,105 @@
+#!/usr/bin/env python3
+"""Writes the fuzzers' seed corpora (fuzz/corpus/<fuzzer>/). Run again after a record changes.
+
+The driver's records are little-endian; the offsets are those the driver header pins with its
+static_asserts. A fuzz input's integers (results, choices) are read from its end, its records
+from its start."""
+import os
+import struct
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+ENTRY = 352
+RECORD = 4 + 5 * ENTRY
+
+
+def put(buf, offset, fmt, *values):
+    struct.pack_into("<" + fmt, buf, offset, *values)
+
+
+def code_list(buf, offset, codes):
+    put(buf, offset, "B", len(codes))
+    for i, code in enumerate(codes):
+        put(buf, offset + 4 + 4 * i, "I", code)
+
+
+def entry(buf, index, type_code, channels, fill):
+    base = 4 + index * ENTRY
+    put(buf, base, "B", channels)
+    put(buf, base + 0x04, "I", 0x3FFFFF)
+    code_list(buf, base + 0x08, [type_code])
+    put(buf, base + 0x30, "II", 47, 862)
+    put(buf, base + 0x38, "II", 1000, 7200)
+    code_list(buf, base + 0x40, [1, 2, 3])
+    fill(buf, base)
+
+
+def dvbc(buf, base):
+    code_list(buf, base + 0x64, [1, 2, 3, 4, 5])
+    code_list(buf, base + 0x90, [1, 2, 3])
+
+
+def dvbs(buf, base):
+    put(buf, base + 0x64, "B", 2)
+    put(buf, base + 0x68, "IIII", 13, 18, 14, 19)
+    code_list(buf, base + 0x78, [1, 2])
+    code_list(buf, base + 0xB0, [3, 4, 5])
+    code_list(buf, base + 0xE8, [1, 2, 3])
+    code_list(buf, base + 0x124, [4, 5, 6, 7])
+
+
+def dvbt(buf, base):
+    put(buf, base + 0x64, "BB", 1, 1)
+    code_list(buf, base + 0x68, [0, 1, 2])
+    code_list(buf, base + 0x7C, [0, 1, 2, 3])
+    code_list(buf, base + 0x94, [0, 1, 2])
+    code_list(buf, base + 0xB0, [0, 1, 2, 3, 4])
+    code_list(buf, base + 0xD8, [0, 1, 2])
+    code_list(buf, base + 0xF0, [0, 1, 2, 3])
+    code_list(buf, base + 0x114, [0, 1, 2])
+    code_list(buf, base + 0x128, [0, 1])
+    code_list(buf, base + 0x13C, [0, 1, 2, 3])
+
+
+def box(counts=None):
+    buf = bytearray(RECORD)
+    put(buf, 0, "B", 5)
+    entry(buf, 0, 1, 1, dvbc)
+    entry(buf, 1, 4, 2, dvbt)
+    entry(buf, 2, 6, 1, dvbs)
+    entry(buf, 3, 7, 1, dvbt)
+    entry(buf, 4, 8, 1, dvbc)
+    if counts is not None:
+        put(buf, 0, "B", counts)
+        for index in range(5):
+            base = 4 + index * ENTRY
+            for offset in (0x08, 0x40, 0x64, 0x68, 0x90, 0xB0, 0x114, 0x13C):
+                put(buf, base + offset, "B", counts)
+    return bytes(buf)
+
+
+def write(fuzzer, name, data):
+    folder = os.path.join(HERE, "corpus", fuzzer)
+    os.makedirs(folder, exist_ok=True)
+    with open(os.path.join(folder, name), "wb") as f:
+        f.write(data)
+
+
+write("capability_fuzzer", "five-entries", box() + b"\x00")
+write("capability_fuzzer", "failed-read", box() + b"\x01")
+write("capability_fuzzer", "counts-beyond-room", box(255) + b"\x00")
+
+signal = struct.pack("<IIIIffIiffff", 0, 1, 80, 70, 24.5, 1e-6, 40, 523, 0.0, 23.7, 2e-7, 0)
+param = struct.pack("<I8sI8sB", 7, bytes(8), 1, bytes(8), 3) + bytes(259)
+nan = struct.pack("<f", float("nan"))
+write("status_fuzzer", "all-types", signal + param + bytes(range(22)) + b"\x00\x16")
+write("status_fuzzer", "nan-figures", nan * 12 + param + bytes(range(22)) + b"\x01\x16")
+
+for name, data in {
+    "zeros": bytes(64),
+    "counting": bytes(range(256)),
+    "high": bytes(range(255, -1, -1)),
+    "dvb-choices": bytes([3, 4, 5] * 40),
+}.items():
+    for fuzzer in ("tune_scan_fuzzer", "lnb_fuzzer", "sequence_fuzzer"):
+        write(fuzzer, name, data)
+write("lnb_fuzzer", "diseqc", bytes([0xE0, 0x10, 0x38, 0xF3, 0, 0, 0, 9, 3, 0]))
