@@ -1,6 +1,6 @@
 // getStatus: answers each requested status type from one read of the driver's records.
+#include <algorithm>
 #include <cstring>
-#include <vector>
 
 #include "frontend/Frontend.h"
 #include "frontend/FrontendLog.h"
@@ -14,7 +14,12 @@ bool isDvbt2(const MOX_TunerParamInfo_t& param) {
     return param.eTunerType == MOX_TUNER_TYPE_DVBT2;
 }
 
-// One entry per status type 0..21; false for the numbers this service does not answer.
+// The service answers the status types 0..21 and leaves every other number out.
+bool isAnswered(FrontendStatusType type) {
+    return static_cast<uint32_t>(type) <= static_cast<uint32_t>(FrontendStatusType::ATSC3_PLP_INFO);
+}
+
+// One entry per answered status type; false for the others.
 bool buildStatus(FrontendStatusType type, const MOX_TunerSignalInfo_t& signal,
                  const MOX_TunerParamInfo_t& param, FrontendStatus& status) {
     using T = FrontendStatusType;
@@ -112,13 +117,14 @@ Return<void> Frontend::getStatus(const hidl_vec<FrontendStatusType>& statusTypes
     if (MOX_Tuner_GetParamInfo(tunerIndex(), &param) != 0) {
         FLOGD("MOX_Tuner_GetParamInfo fail!! mId:%u", mId);
     }
-    std::vector<FrontendStatus> statuses;
-    statuses.reserve(statusTypes.size());
+    // The answer is built in place: one allocation for the list, none for a copy of it.
+    hidl_vec<FrontendStatus> statuses;
+    statuses.resize(std::count_if(statusTypes.begin(), statusTypes.end(), isAnswered));
+    size_t next = 0;
     for (FrontendStatusType type : statusTypes) {
-        FrontendStatus status;
-        if (buildStatus(type, signal, param, status)) statuses.push_back(std::move(status));
+        if (isAnswered(type)) buildStatus(type, signal, param, statuses[next++]);
     }
-    _hidl_cb(Result::SUCCESS, hidl_vec<FrontendStatus>(statuses));
+    _hidl_cb(Result::SUCCESS, statuses);
     FLOGD("End <<");
     return Void();
 }
