@@ -97,7 +97,7 @@ class Frontend : public IFrontend {
     FrontendType mType;
     uint32_t mId;
     std::atomic<bool> mIsLocked{false};
-    FrontendInfo mFrontendInfo;
+    FrontendInfo mFrontendInfo{};
 
     // Which scan is to go on, its thread's turn, its poll wait and the release after a stop.
     ScanControl mScanControl;

@@ -58,7 +58,7 @@ void translateDvbt(int entry, const MOX_TunerFrontendCap_t& cap,
                    FrontendInfo::FrontendCapabilities& caps) {
     __android_log_print(ANDROID_LOG_INFO, TUNER_TAG, "[Tuner::%s]: FrontendType::DVBT", kFunction);
     const MOX_TunerDvbtCap_t& t = cap.tCapability.tDvbt;
-    FrontendDvbtCapabilities dvbt;
+    FrontendDvbtCapabilities dvbt{};
     dvbt.isT2Supported = t.ucT2Support == 1;
     dvbt.isMisoSupported = t.ucMisoSupport == 1;
     fold(entry, cap.tBwSupport, UNCOUNTED_LIST("tBwSupport"), Frontend::fromMoxBandwidth,
@@ -91,7 +91,7 @@ void translateDvbs(int entry, const MOX_TunerFrontendCap_t& cap,
                    FrontendInfo::FrontendCapabilities& caps) {
     __android_log_print(ANDROID_LOG_INFO, TUNER_TAG, "[Tuner::%s]: FrontendType::DVBS", kFunction);
     const MOX_TunerDvbsCap_t& s = cap.tCapability.tDvbs;
-    FrontendDvbsCapabilities dvbs;
+    FrontendDvbsCapabilities dvbs{};
     // Each generation's standard bit is set once per listed code, so only non-empty lists count.
     const uint8_t kS = static_cast<uint8_t>(FrontendDvbsStandard::S);
     const uint8_t kS2 = static_cast<uint8_t>(FrontendDvbsStandard::S2);
@@ -114,7 +114,7 @@ void translateDvbc(int entry, const MOX_TunerFrontendCap_t& cap,
                    FrontendInfo::FrontendCapabilities& caps) {
     __android_log_print(ANDROID_LOG_INFO, TUNER_TAG, "[Tuner::%s]: FrontendType::DVBC", kFunction);
     const MOX_TunerDvbcCap_t& c = cap.tCapability.tDvbc;
-    FrontendDvbcCapabilities dvbc;
+    FrontendDvbcCapabilities dvbc{};
     // Both counts are logged before either list is folded.
     __android_log_print(ANDROID_LOG_DEBUG, TUNER_TAG, COUNT_FORMAT("tCapability.tDvbc.tQam"),
                         kFunction, __LINE__, entry, c.tQam.ucCnt);

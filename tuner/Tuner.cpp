@@ -53,7 +53,7 @@ Return<void> Tuner::openFrontendById(uint32_t frontendId, openFrontendById_cb _h
 Return<void> Tuner::getFrontendInfo(uint32_t frontendId, getFrontendInfo_cb _hidl_cb) {
     TLOGD("Enter >>");
     TLOGD("frontendId:%u", frontendId);
-    FrontendInfo info;
+    FrontendInfo info{};
     bool found = false;
     {
         AutoMutex guard(mLock);

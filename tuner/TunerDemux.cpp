@@ -70,7 +70,7 @@ void Tuner::close_demux(void* tuner, int demuxId) {
 
 Return<void> Tuner::getDemuxCaps(getDemuxCaps_cb _hidl_cb) {
     TLOGD("Enter >>");
-    DemuxCapabilities caps;
+    DemuxCapabilities caps{};
     caps.numBytesInSectionFilter = kBytesInSectionFilter;
     caps.linkCaps.resize(kDemuxFilterMainTypes);
     for (uint32_t& link : caps.linkCaps) link = 0;

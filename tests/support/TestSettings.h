@@ -8,7 +8,7 @@ namespace hal = ::android::hardware::tv::tuner::V1_0;
 inline hal::FrontendSettings dvbt(
         uint32_t hz, hal::FrontendDvbtStandard standard = hal::FrontendDvbtStandard::T,
         hal::FrontendDvbtBandwidth bw = hal::FrontendDvbtBandwidth::BANDWIDTH_8MHZ) {
-    hal::FrontendDvbtSettings s;
+    hal::FrontendDvbtSettings s{};
     s.frequency = hz;
     s.standard = standard;
     s.bandwidth = bw;
@@ -21,7 +21,7 @@ inline hal::FrontendSettings dvbc(
         uint32_t hz, uint32_t symbolRate,
         hal::FrontendDvbcModulation modulation = hal::FrontendDvbcModulation::MOD_64QAM,
         hal::FrontendDvbcAnnex annex = hal::FrontendDvbcAnnex::A) {
-    hal::FrontendDvbcSettings s;
+    hal::FrontendDvbcSettings s{};
     s.frequency = hz;
     s.symbolRate = symbolRate;
     s.modulation = modulation;
@@ -33,7 +33,7 @@ inline hal::FrontendSettings dvbc(
 
 inline hal::FrontendSettings dvbs(uint32_t hz, uint32_t symbolRate,
                                   hal::FrontendDvbsStandard standard = hal::FrontendDvbsStandard::S2) {
-    hal::FrontendDvbsSettings s;
+    hal::FrontendDvbsSettings s{};
     s.frequency = hz;
     s.symbolRate = symbolRate;
     s.standard = standard;

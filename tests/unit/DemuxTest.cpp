@@ -91,7 +91,7 @@ TEST_F(DemuxTest, CloseDemuxOutsideTheRangeChangesNothing) {
 
 TEST_F(DemuxTest, CapabilitiesAndDescramblers) {
     sp<Tuner> tuner = new Tuner();
-    DemuxCapabilities expected;
+    DemuxCapabilities expected{};
     expected.numBytesInSectionFilter = 16;
     expected.linkCaps = hidl_vec<uint32_t>{0, 0, 0, 0, 0};
     int answers = 0;

@@ -18,7 +18,7 @@ std::vector<uint32_t> lnbIds(const sp<Tuner>& tuner) {
 }
 
 FrontendInfo infoOf(const sp<Tuner>& tuner, uint32_t id) {
-    FrontendInfo info;
+    FrontendInfo info{};
     tuner->getFrontendInfo(id, [&](Result r, const FrontendInfo& i) {
         EXPECT_EQ(r, Result::SUCCESS);
         info = i;

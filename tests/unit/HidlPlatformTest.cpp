@@ -3,6 +3,7 @@
 #include <android/hardware/tv/tuner/1.0/ITuner.h>
 #include <gtest/gtest.h>
 
+#include <type_traits>
 #include <vector>
 
 using namespace ::android::hardware;
@@ -50,8 +51,23 @@ TEST(HidlPlatformTest, ReadingAnInactiveAlternativeAborts) {
 TEST(HidlPlatformTest, EnumerationsHaveTheirNamesAndValues) {
     EXPECT_EQ(toString(Result::INVALID_ARGUMENT), "INVALID_ARGUMENT");
     EXPECT_EQ(toString(static_cast<Result>(42)), "42");
-    EXPECT_EQ(toString(FrontendInnerFec::FEC_77_90), "FEC_77_90");
-    EXPECT_EQ(static_cast<uint64_t>(FrontendInnerFec::FEC_29_45), 1ull << 32);
+    EXPECT_EQ(toString(FrontendInnerFec::FEC_26_45), "FEC_26_45");
+    // The interface file shifts a 32-bit 1 by 31 to 35 places; the generated header holds the
+    // 32-bit results: sign-extended for 31, wrapped for 32 and beyond.
+    EXPECT_EQ(static_cast<uint64_t>(FrontendInnerFec::FEC_26_45), 0x40000000ull);
+    EXPECT_EQ(static_cast<uint64_t>(FrontendInnerFec::FEC_28_45), 0xFFFFFFFF80000000ull);
+    EXPECT_EQ(static_cast<uint64_t>(FrontendInnerFec::FEC_29_45), 0x1ull);
+    EXPECT_EQ(static_cast<uint64_t>(FrontendInnerFec::FEC_77_90), 0x8ull);
+    EXPECT_EQ(toString(FrontendInnerFec::FEC_29_45), "AUTO") << "the first enumerator of a value";
+    EXPECT_EQ(toString(FrontendInnerFec::FEC_77_90), "FEC_1_4");
+    static_assert(std::is_same_v<std::underlying_type_t<Constant>, uint32_t>);
+    EXPECT_EQ(static_cast<uint32_t>(Constant::INVALID_TS_PID), 0xFFFFu);
+    EXPECT_EQ(static_cast<uint32_t>(Constant::INVALID_FILTER_ID), 0xFFFFFFFFu);
+    // The numbering getStatus and discovery rely on: a status type's number is its union index.
+    EXPECT_EQ(static_cast<uint32_t>(FrontendStatusType::DEMOD_LOCK), 0u);
+    EXPECT_EQ(static_cast<uint32_t>(FrontendStatusType::PLP_ID), 12u);
+    EXPECT_EQ(static_cast<uint32_t>(FrontendStatusType::RF_LOCK), 20u);
+    EXPECT_EQ(static_cast<uint32_t>(FrontendStatusType::ATSC3_PLP_INFO), 21u);
     EXPECT_EQ(toString(FrontendStatusType::ATSC3_PLP_INFO), "ATSC3_PLP_INFO");
     EXPECT_EQ(static_cast<uint32_t>(FrontendStatusType::MER), 17u);
     std::vector<FrontendStatusType> all;

@@ -74,7 +74,7 @@ TEST_F(LookupTest, InfoIsACopyOfWhatDiscoveryBuilt) {
     sp<Tuner> tuner = discovered({entry});
     const auto answer = info(tuner, 0);
     EXPECT_EQ(answer.first, Result::SUCCESS);
-    FrontendInfo expected;
+    FrontendInfo expected{};
     expected.type = FrontendType::DVBC;
     expected.minFrequency = 50000000;
     expected.maxFrequency = 860000000;
@@ -83,7 +83,7 @@ TEST_F(LookupTest, InfoIsACopyOfWhatDiscoveryBuilt) {
     expected.acquireRange = 30;
     expected.exclusiveGroupId = 57;
     expected.statusCaps = {FrontendStatusType::SNR, FrontendStatusType::BER};
-    FrontendDvbcCapabilities caps;
+    FrontendDvbcCapabilities caps{};
     caps.modulationCap = 8;
     expected.frontendCaps.dvbcCaps(caps);
     EXPECT_EQ(answer.second, expected);

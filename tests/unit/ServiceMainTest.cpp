@@ -11,6 +11,8 @@
 using ::android::sp;
 using namespace ::android::hardware::tv::tuner::V1_0;
 
+extern "C" ITuner* HIDL_FETCH_ITuner(const char* name);
+
 namespace {
 
 // Stands in for a service that holds the name first, so that registration is refused.
@@ -49,6 +51,16 @@ TEST(ServiceMainTest, DestroyingTheTunerReleasesThePassthroughFirst) {
     sp<ITuner> tuner = raw;
     tuner.clear();
     EXPECT_EQ(mox::host::passthroughReleases(), std::vector<mox::host::TunerPtr>{raw});
+}
+
+TEST(ServiceMainTest, PassthroughClientsShareTheProcessesOneTuner) {
+    ITuner* first = HIDL_FETCH_ITuner("default");
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(HIDL_FETCH_ITuner("default"), first);
+    EXPECT_EQ(HIDL_FETCH_ITuner("other"), first);
+    // A client's reference comes and goes; the Tuner stays.
+    { sp<ITuner> client = first; }
+    EXPECT_EQ(HIDL_FETCH_ITuner("default"), first);
 }
 
 }  // namespace

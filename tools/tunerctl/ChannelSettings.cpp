@@ -20,7 +20,7 @@ bool parsed(const std::optional<T>& value, const char* what, const std::string& 
 }
 
 bool buildDvbt(const ChannelOptions& o, FrontendSettings& settings, std::string& error) {
-    FrontendDvbtSettings dvbt;
+    FrontendDvbtSettings dvbt{};
     const std::string standard = o.standard.empty() ? "T" : o.standard;
     if (!parsed(parseFrequencyHz(o.dvbt), "frequency", o.dvbt, dvbt.frequency, error) ||
         !parsed(parseBandwidth(o.bandwidth), "bandwidth", o.bandwidth, dvbt.bandwidth, error) ||
@@ -32,7 +32,7 @@ bool buildDvbt(const ChannelOptions& o, FrontendSettings& settings, std::string&
 }
 
 bool buildDvbc(const ChannelOptions& o, FrontendSettings& settings, std::string& error) {
-    FrontendDvbcSettings dvbc;
+    FrontendDvbcSettings dvbc{};
     const std::string symbolRate = o.symbolRate.empty() ? "0" : o.symbolRate;
     if (!parsed(parseFrequencyHz(o.dvbc), "frequency", o.dvbc, dvbc.frequency, error) ||
         !parsed(parseSymbolRate(symbolRate), "symbol rate", symbolRate, dvbc.symbolRate, error) ||
@@ -46,7 +46,7 @@ bool buildDvbc(const ChannelOptions& o, FrontendSettings& settings, std::string&
 }
 
 bool buildDvbs(const ChannelOptions& o, FrontendSettings& settings, std::string& error) {
-    FrontendDvbsSettings dvbs;
+    FrontendDvbsSettings dvbs{};
     const std::string standard = o.standard.empty() ? "S2" : o.standard;
     const std::string symbolRate = o.symbolRate.empty() ? "27500000" : o.symbolRate;
     if (!parsed(parseFrequencyHz(o.dvbs), "frequency", o.dvbs, dvbs.frequency, error) ||

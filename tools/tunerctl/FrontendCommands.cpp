@@ -25,7 +25,7 @@ int runFrontends(const GlobalOptions& global) {
     sp<ITuner> tuner = connectTuner();
     std::vector<std::string> json;
     for (uint32_t id : frontendIds(tuner)) {
-        FrontendInfo info;
+        FrontendInfo info{};
         if (!frontendInfo(tuner, id, info)) continue;
         if (global.json) {
             json.push_back(frontendJson(id, info));
@@ -40,7 +40,7 @@ int runFrontends(const GlobalOptions& global) {
 int runInfo(const GlobalOptions& global, uint32_t id) {
     sp<ITuner> tuner = connectTuner();
     frontendIds(tuner);
-    FrontendInfo info;
+    FrontendInfo info{};
     if (!frontendInfo(tuner, id, info)) {
         std::cerr << "frontend " << id << ": no such frontend\n";
         return 1;
@@ -55,7 +55,7 @@ int runOverview(const GlobalOptions& global) {
         sp<ITuner> tuner = connectTuner();
         std::vector<std::string> frontends;
         for (uint32_t id : frontendIds(tuner)) {
-            FrontendInfo info;
+            FrontendInfo info{};
             if (frontendInfo(tuner, id, info)) frontends.push_back(frontendJson(id, info));
         }
         std::vector<std::string> lnbs;

@@ -1,5 +1,6 @@
 // Host stand-in for the hidl-gen output of android.hardware.tv.tuner@1.0 types.hal: every type the
-// tuner, frontend and LNB interfaces use, with the interface package's names and values. The
+// tuner, frontend and LNB interfaces use, with the interface package's names and values. As in
+// generated code, structs are aggregates without default values: value-initialise them. The
 // filter and DVR types that only appear in IDemux's signatures are declared in a reduced form.
 #pragma once
 
@@ -82,11 +83,11 @@ HIDL_ENUM(FrontendType, uint32_t, TUNER_FRONTEND_TYPE)
     X(FEC_23_36, 1ull << 28) \
     X(FEC_25_36, 1ull << 29) \
     X(FEC_26_45, 1ull << 30) \
-    X(FEC_28_45, 1ull << 31) \
-    X(FEC_29_45, 1ull << 32) \
-    X(FEC_31_45, 1ull << 33) \
-    X(FEC_32_45, 1ull << 34) \
-    X(FEC_77_90, 1ull << 35)
+    X(FEC_28_45, 0xFFFFFFFF80000000ull) /* 1 << 31 in 32 bits, sign-extended */ \
+    X(FEC_29_45, 0x1ull) /* 1 << 32 wraps in 32 bits */ \
+    X(FEC_31_45, 0x2ull) \
+    X(FEC_32_45, 0x4ull) \
+    X(FEC_77_90, 0x8ull)
 HIDL_ENUM(FrontendInnerFec, uint64_t, TUNER_INNER_FEC)
 
 #define TUNER_ATSC_MOD(X) \
@@ -599,110 +600,115 @@ HIDL_ENUM(DataFormat, uint32_t, TUNER_DATA_FORMAT)
     X(PLAYBACK, 1)
 HIDL_ENUM(DvrType, uint8_t, TUNER_DVR_TYPE)
 
-enum class Constant : uint16_t { INVALID_TS_PID = 0xFFFF, INVALID_STREAM_ID = 0xFFFF };
+enum class Constant : uint32_t {
+    INVALID_TS_PID = 0xFFFF,
+    INVALID_STREAM_ID = 0xFFFF,
+    INVALID_FILTER_ID = 0xFFFFFFFF,
+    INVALID_AV_SYNC_ID = 0xFFFFFFFF,
+};
 
 // ---- Frontend settings ----
 
 struct FrontendAnalogSettings {
-    uint32_t frequency = 0;
-    FrontendAnalogType type = FrontendAnalogType::UNDEFINED;
-    FrontendAnalogSifStandard sifStandard = FrontendAnalogSifStandard::UNDEFINED;
+    uint32_t frequency;
+    FrontendAnalogType type;
+    FrontendAnalogSifStandard sifStandard;
 };
 
 struct FrontendAtscSettings {
-    uint32_t frequency = 0;
-    FrontendAtscModulation modulation = FrontendAtscModulation::UNDEFINED;
+    uint32_t frequency;
+    FrontendAtscModulation modulation;
 };
 
 struct FrontendAtsc3PlpSettings {
-    uint8_t plpId = 0;
-    FrontendAtsc3Modulation modulation = FrontendAtsc3Modulation::UNDEFINED;
-    FrontendAtsc3TimeInterleaveMode interleaveMode = FrontendAtsc3TimeInterleaveMode::UNDEFINED;
-    FrontendAtsc3CodeRate codeRate = FrontendAtsc3CodeRate::UNDEFINED;
-    FrontendAtsc3Fec fec = FrontendAtsc3Fec::UNDEFINED;
+    uint8_t plpId;
+    FrontendAtsc3Modulation modulation;
+    FrontendAtsc3TimeInterleaveMode interleaveMode;
+    FrontendAtsc3CodeRate codeRate;
+    FrontendAtsc3Fec fec;
 };
 
 struct FrontendAtsc3Settings {
-    uint32_t frequency = 0;
-    FrontendAtsc3Bandwidth bandwidth = FrontendAtsc3Bandwidth::UNDEFINED;
-    FrontendAtsc3DemodOutputFormat demodOutputFormat = FrontendAtsc3DemodOutputFormat::UNDEFINED;
+    uint32_t frequency;
+    FrontendAtsc3Bandwidth bandwidth;
+    FrontendAtsc3DemodOutputFormat demodOutputFormat;
     ::android::hardware::hidl_vec<FrontendAtsc3PlpSettings> plpSettings;
 };
 
 struct FrontendDvbsCodeRate {
-    FrontendInnerFec fec = FrontendInnerFec::FEC_UNDEFINED;
-    bool isLinear = false;
-    bool isShortFrames = false;
-    uint32_t bitsPer1000Symbol = 0;
+    FrontendInnerFec fec;
+    bool isLinear;
+    bool isShortFrames;
+    uint32_t bitsPer1000Symbol;
 };
 
 struct FrontendDvbsSettings {
-    uint32_t frequency = 0;
-    FrontendDvbsModulation modulation = FrontendDvbsModulation::UNDEFINED;
+    uint32_t frequency;
+    FrontendDvbsModulation modulation;
     FrontendDvbsCodeRate coderate;
-    uint32_t symbolRate = 0;
-    FrontendDvbsRolloff rolloff = FrontendDvbsRolloff::UNDEFINED;
-    FrontendDvbsPilot pilot = FrontendDvbsPilot::UNDEFINED;
-    uint32_t inputStreamId = 0;
-    FrontendDvbsStandard standard = static_cast<FrontendDvbsStandard>(0);
-    FrontendDvbsVcmMode vcmMode = FrontendDvbsVcmMode::UNDEFINED;
+    uint32_t symbolRate;
+    FrontendDvbsRolloff rolloff;
+    FrontendDvbsPilot pilot;
+    uint32_t inputStreamId;
+    FrontendDvbsStandard standard;
+    FrontendDvbsVcmMode vcmMode;
 };
 
 struct FrontendDvbcSettings {
-    uint32_t frequency = 0;
-    FrontendDvbcModulation modulation = FrontendDvbcModulation::UNDEFINED;
-    FrontendInnerFec fec = FrontendInnerFec::FEC_UNDEFINED;
-    uint32_t symbolRate = 0;
-    FrontendDvbcOuterFec outerFec = FrontendDvbcOuterFec::UNDEFINED;
-    FrontendDvbcAnnex annex = FrontendDvbcAnnex::UNDEFINED;
-    FrontendDvbcSpectralInversion spectralInversion = FrontendDvbcSpectralInversion::UNDEFINED;
+    uint32_t frequency;
+    FrontendDvbcModulation modulation;
+    FrontendInnerFec fec;
+    uint32_t symbolRate;
+    FrontendDvbcOuterFec outerFec;
+    FrontendDvbcAnnex annex;
+    FrontendDvbcSpectralInversion spectralInversion;
 };
 
 struct FrontendDvbtSettings {
-    uint32_t frequency = 0;
-    FrontendDvbtTransmissionMode transmissionMode = FrontendDvbtTransmissionMode::UNDEFINED;
-    FrontendDvbtBandwidth bandwidth = FrontendDvbtBandwidth::UNDEFINED;
-    FrontendDvbtConstellation constellation = FrontendDvbtConstellation::UNDEFINED;
-    FrontendDvbtHierarchy hierarchy = FrontendDvbtHierarchy::UNDEFINED;
-    FrontendDvbtCoderate hpCoderate = FrontendDvbtCoderate::UNDEFINED;
-    FrontendDvbtCoderate lpCoderate = FrontendDvbtCoderate::UNDEFINED;
-    FrontendDvbtGuardInterval guardInterval = FrontendDvbtGuardInterval::UNDEFINED;
-    bool isHighPriority = false;
-    FrontendDvbtStandard standard = static_cast<FrontendDvbtStandard>(0);
-    bool isMiso = false;
-    FrontendDvbtPlpMode plpMode = FrontendDvbtPlpMode::UNDEFINED;
-    uint8_t plpId = 0;
-    uint8_t plpGroupId = 0;
+    uint32_t frequency;
+    FrontendDvbtTransmissionMode transmissionMode;
+    FrontendDvbtBandwidth bandwidth;
+    FrontendDvbtConstellation constellation;
+    FrontendDvbtHierarchy hierarchy;
+    FrontendDvbtCoderate hpCoderate;
+    FrontendDvbtCoderate lpCoderate;
+    FrontendDvbtGuardInterval guardInterval;
+    bool isHighPriority;
+    FrontendDvbtStandard standard;
+    bool isMiso;
+    FrontendDvbtPlpMode plpMode;
+    uint8_t plpId;
+    uint8_t plpGroupId;
 };
 
 struct FrontendIsdbsSettings {
-    uint32_t frequency = 0;
-    uint16_t streamId = 0;
-    FrontendIsdbsStreamIdType streamIdType = FrontendIsdbsStreamIdType::STREAM_ID;
-    FrontendIsdbsModulation modulation = FrontendIsdbsModulation::UNDEFINED;
-    FrontendIsdbsCoderate coderate = FrontendIsdbsCoderate::UNDEFINED;
-    uint32_t symbolRate = 0;
-    FrontendIsdbsRolloff rolloff = FrontendIsdbsRolloff::UNDEFINED;
+    uint32_t frequency;
+    uint16_t streamId;
+    FrontendIsdbsStreamIdType streamIdType;
+    FrontendIsdbsModulation modulation;
+    FrontendIsdbsCoderate coderate;
+    uint32_t symbolRate;
+    FrontendIsdbsRolloff rolloff;
 };
 
 struct FrontendIsdbs3Settings {
-    uint32_t frequency = 0;
-    uint16_t streamId = 0;
-    FrontendIsdbsStreamIdType streamIdType = FrontendIsdbsStreamIdType::STREAM_ID;
-    FrontendIsdbs3Modulation modulation = FrontendIsdbs3Modulation::UNDEFINED;
-    FrontendIsdbs3Coderate coderate = FrontendIsdbs3Coderate::UNDEFINED;
-    uint32_t symbolRate = 0;
-    FrontendIsdbs3Rolloff rolloff = FrontendIsdbs3Rolloff::UNDEFINED;
+    uint32_t frequency;
+    uint16_t streamId;
+    FrontendIsdbsStreamIdType streamIdType;
+    FrontendIsdbs3Modulation modulation;
+    FrontendIsdbs3Coderate coderate;
+    uint32_t symbolRate;
+    FrontendIsdbs3Rolloff rolloff;
 };
 
 struct FrontendIsdbtSettings {
-    uint32_t frequency = 0;
-    FrontendIsdbtModulation modulation = FrontendIsdbtModulation::UNDEFINED;
-    FrontendIsdbtBandwidth bandwidth = FrontendIsdbtBandwidth::UNDEFINED;
-    FrontendIsdbtMode mode = FrontendIsdbtMode::UNDEFINED;
-    FrontendIsdbtCoderate coderate = FrontendIsdbtCoderate::UNDEFINED;
-    FrontendIsdbtGuardInterval guardInterval = FrontendIsdbtGuardInterval::UNDEFINED;
-    uint32_t serviceAreaId = 0;
+    uint32_t frequency;
+    FrontendIsdbtModulation modulation;
+    FrontendIsdbtBandwidth bandwidth;
+    FrontendIsdbtMode mode;
+    FrontendIsdbtCoderate coderate;
+    FrontendIsdbtGuardInterval guardInterval;
+    uint32_t serviceAreaId;
 };
 
 // The alternatives list dvbs before dvbc, unlike FrontendType.
@@ -745,54 +751,54 @@ struct FrontendSettings final {
 // ---- Frontend information ----
 
 struct FrontendAnalogCapabilities {
-    uint32_t typeCap = 0;
-    uint32_t sifStandardCap = 0;
+    uint32_t typeCap;
+    uint32_t sifStandardCap;
 };
 struct FrontendAtscCapabilities {
-    uint32_t modulationCap = 0;
+    uint32_t modulationCap;
 };
 struct FrontendAtsc3Capabilities {
-    uint32_t bandwidthCap = 0;
-    uint32_t modulationCap = 0;
-    uint32_t timeInterleaveModeCap = 0;
-    uint32_t codeRateCap = 0;
-    uint32_t fecCap = 0;
-    uint8_t demodOutputFormatCap = 0;
+    uint32_t bandwidthCap;
+    uint32_t modulationCap;
+    uint32_t timeInterleaveModeCap;
+    uint32_t codeRateCap;
+    uint32_t fecCap;
+    uint8_t demodOutputFormatCap;
 };
 struct FrontendDvbsCapabilities {
-    int32_t modulationCap = 0;
-    uint64_t innerfecCap = 0;
-    uint8_t standard = 0;
+    int32_t modulationCap;
+    uint64_t innerfecCap;
+    uint8_t standard;
 };
 struct FrontendDvbcCapabilities {
-    uint32_t modulationCap = 0;
-    uint64_t fecCap = 0;
-    uint8_t annexCap = 0;
+    uint32_t modulationCap;
+    uint64_t fecCap;
+    uint8_t annexCap;
 };
 struct FrontendDvbtCapabilities {
-    uint32_t transmissionModeCap = 0;
-    uint32_t bandwidthCap = 0;
-    uint32_t constellationCap = 0;
-    uint32_t coderateCap = 0;
-    uint32_t hierarchyCap = 0;
-    uint32_t guardIntervalCap = 0;
-    bool isT2Supported = false;
-    bool isMisoSupported = false;
+    uint32_t transmissionModeCap;
+    uint32_t bandwidthCap;
+    uint32_t constellationCap;
+    uint32_t coderateCap;
+    uint32_t hierarchyCap;
+    uint32_t guardIntervalCap;
+    bool isT2Supported;
+    bool isMisoSupported;
 };
 struct FrontendIsdbsCapabilities {
-    uint32_t modulationCap = 0;
-    uint32_t coderateCap = 0;
+    uint32_t modulationCap;
+    uint32_t coderateCap;
 };
 struct FrontendIsdbs3Capabilities {
-    uint32_t modulationCap = 0;
-    uint32_t coderateCap = 0;
+    uint32_t modulationCap;
+    uint32_t coderateCap;
 };
 struct FrontendIsdbtCapabilities {
-    uint32_t modeCap = 0;
-    uint32_t bandwidthCap = 0;
-    uint32_t modulationCap = 0;
-    uint32_t coderateCap = 0;
-    uint32_t guardIntervalCap = 0;
+    uint32_t modeCap;
+    uint32_t bandwidthCap;
+    uint32_t modulationCap;
+    uint32_t coderateCap;
+    uint32_t guardIntervalCap;
 };
 
 HIDL_STRUCT_EQUALITY(FrontendAnalogCapabilities, s.typeCap, s.sifStandardCap)
@@ -825,13 +831,13 @@ struct FrontendInfo {
         HIDL_SAFE_UNION(FrontendCapabilities, TUNER_FRONTEND_CAPABILITIES)
     };
 
-    FrontendType type = FrontendType::UNDEFINED;
-    uint32_t minFrequency = 0;
-    uint32_t maxFrequency = 0;
-    uint32_t minSymbolRate = 0;
-    uint32_t maxSymbolRate = 0;
-    uint32_t acquireRange = 0;
-    uint32_t exclusiveGroupId = 0;
+    FrontendType type;
+    uint32_t minFrequency;
+    uint32_t maxFrequency;
+    uint32_t minSymbolRate;
+    uint32_t maxSymbolRate;
+    uint32_t acquireRange;
+    uint32_t exclusiveGroupId;
     ::android::hardware::hidl_vec<FrontendStatusType> statusCaps;
     FrontendCapabilities frontendCaps;
 };
@@ -843,8 +849,8 @@ HIDL_STRUCT_EQUALITY(FrontendInfo, s.type, s.minFrequency, s.maxFrequency, s.min
 // ---- Scan messages ----
 
 struct FrontendScanAtsc3PlpInfo {
-    uint8_t plpId = 0;
-    bool bLlsFlag = false;
+    uint8_t plpId;
+    bool bLlsFlag;
 };
 HIDL_STRUCT_EQUALITY(FrontendScanAtsc3PlpInfo, s.plpId, s.bLlsFlag)
 
@@ -877,9 +883,9 @@ struct FrontendScanMessage final {
 // ---- Status ----
 
 struct FrontendStatusAtsc3PlpInfo {
-    uint8_t plpId = 0;
-    bool isLocked = false;
-    uint32_t uec = 0;
+    uint8_t plpId;
+    bool isLocked;
+    uint32_t uec;
 };
 HIDL_STRUCT_EQUALITY(FrontendStatusAtsc3PlpInfo, s.plpId, s.isLocked, s.uec)
 
@@ -926,19 +932,19 @@ struct FrontendStatus final {
 // ---- Demux ----
 
 struct DemuxCapabilities {
-    uint32_t numDemux = 0;
-    uint32_t numRecord = 0;
-    uint32_t numPlayback = 0;
-    uint32_t numTsFilter = 0;
-    uint32_t numSectionFilter = 0;
-    uint32_t numAudioFilter = 0;
-    uint32_t numVideoFilter = 0;
-    uint32_t numPesFilter = 0;
-    uint32_t numPcrFilter = 0;
-    uint32_t numBytesInSectionFilter = 0;
-    uint32_t filterCaps = 0;
+    uint32_t numDemux;
+    uint32_t numRecord;
+    uint32_t numPlayback;
+    uint32_t numTsFilter;
+    uint32_t numSectionFilter;
+    uint32_t numAudioFilter;
+    uint32_t numVideoFilter;
+    uint32_t numPesFilter;
+    uint32_t numPcrFilter;
+    uint32_t numBytesInSectionFilter;
+    uint32_t filterCaps;
     ::android::hardware::hidl_vec<uint32_t> linkCaps;
-    bool bTimeFilter = false;
+    bool bTimeFilter;
 };
 HIDL_STRUCT_EQUALITY(DemuxCapabilities, s.numDemux, s.numRecord, s.numPlayback, s.numTsFilter,
                      s.numSectionFilter, s.numAudioFilter, s.numVideoFilter, s.numPesFilter,
@@ -964,7 +970,7 @@ struct DemuxFilterType {
     struct DemuxFilterSubType final {
         HIDL_SAFE_UNION(DemuxFilterSubType, TUNER_DEMUX_FILTER_SUB_TYPE)
     };
-    DemuxFilterMainType mainType = DemuxFilterMainType::TS;
+    DemuxFilterMainType mainType;
     DemuxFilterSubType subType;
 };
 
