@@ -1,8 +1,32 @@
 // The driver's C entry points, served by the simulated box.
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
 #include "driver/MoxTuner.h"
+#include "simulator/Environment.h"
 #include "simulator/SimulatedDriver.h"
 
 using mox::sim::simulator;
+
+namespace {
+
+// An installation file named by the environment replaces the built-in box as the process starts;
+// a file the simulator cannot use ends the process with its one-line reason.
+const bool gEnvironmentLoaded = [] {
+    const char* path = std::getenv(mox::sim::kEnvironmentVariable);
+    if (path == nullptr || *path == '\0') return false;
+    try {
+        mox::sim::Environment env = mox::sim::loadEnvironmentFile(path);
+        simulator().setEnvironment(env.capability, std::move(env.air));
+    } catch (const mox::sim::EnvironmentError& e) {
+        std::fprintf(stderr, "%s\n", e.what());
+        std::exit(2);
+    }
+    return true;
+}();
+
+}  // namespace
 
 extern "C" {
 

@@ -58,6 +58,13 @@ void SimulatedDriver::setCapabilities(const MOX_TunerCapability_t& capability) {
     mLnbs.assign(lnbs, LnbState());
 }
 
+void SimulatedDriver::setEnvironment(const MOX_TunerCapability_t& capability,
+                                     std::vector<Transmitter> air) {
+    setCapabilities(capability);
+    ::android::Mutex::Autolock guard(mLock);
+    mAir = std::move(air);
+}
+
 LnbState SimulatedDriver::lnb(int32_t lnbId) const {
     ::android::Mutex::Autolock guard(mLock);
     return lnbId >= 0 && static_cast<size_t>(lnbId) < mLnbs.size() ? mLnbs[lnbId] : LnbState();
@@ -88,6 +95,11 @@ int SimulatedDriver::matchLocked(const MOX_TunerParam_t& param) const {
             param.eBandwidth != MOX_TUNER_BW_AUTO) {
             continue;
         }
+        // A cable demodulator set to another constellation or annex does not lock.
+        if (tx.modulation != 0 && param.eModulation != 0 && param.eModulation != tx.modulation) {
+            continue;
+        }
+        if (tx.annex != 0 && param.eAnnex != 0 && param.eAnnex != tx.annex) continue;
         return static_cast<int>(i);
     }
     return -1;

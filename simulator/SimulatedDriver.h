@@ -24,6 +24,8 @@ struct Transmitter {
     uint32_t lockDelayMs;   // time from tuning to lock
     uint32_t hierarchy;     // MOX_DVBT_Hierarchy code
     std::vector<uint8_t> plpIds;
+    uint32_t modulation = 0;  // MOX_CableTnr_Mod code a demodulator must be set to; 0: any
+    uint32_t annex = 0;       // MOX_DVBC_ANNEX_TYPE code likewise; 0: any
 };
 
 // What the driver last received for one LNB.
@@ -47,6 +49,8 @@ class SimulatedDriver {
 
     void setClock(Clock clock);
     void setCapabilities(const MOX_TunerCapability_t& capability);
+    // The box and the air it receives; every tuner and LNB starts idle.
+    void setEnvironment(const MOX_TunerCapability_t& capability, std::vector<Transmitter> air);
     LnbState lnb(int32_t lnbId) const;
 
     int init();

@@ -1,0 +1,120 @@
+// The example installations: what a user of each would see from the service.
+#include <chrono>
+#include <thread>
+
+#include "SimulatedBox.h"
+#include "simulator/Environment.h"
+
+using namespace ::android::hardware::tv::tuner::V1_0;
+
+namespace {
+
+using MT = FrontendScanMessageType;
+
+class ExampleInstallationTest : public ::testing::Test {
+  protected:
+    void load(const std::string& example) {
+        vt::reset();
+        const mox::sim::Environment env =
+                mox::sim::loadEnvironmentFile(std::string(EXAMPLES_DIR) + "/" + example);
+        mox::sim::simulator().setEnvironment(env.capability, env.air);
+        mox::sim::simulator().setClock(vt::nowUs);
+        mTuner = new Tuner();
+        mTuner->getFrontendIds([&](Result, const hidl_vec<uint32_t>& ids) { mIds = ids; });
+        for (uint32_t id : mIds) mTuner->getFrontendById(id)->setCallback(mCallback);
+    }
+
+    // Scans one frequency and gives the frequencies that locked.
+    std::vector<uint32_t> scanLocks(uint32_t id, const FrontendSettings& settings) {
+        mCallback = new RecordingCallback();
+        mTuner->getFrontendById(id)->setCallback(mCallback);
+        mTuner->getFrontendById(id)->scan(settings, FrontendScanType::SCAN_AUTO);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (mTuner->getFrontendById(id)->isScanRunning() &&
+               std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::yield();
+        }
+        mTuner->getFrontendById(id)->stopScan();
+        std::vector<uint32_t> locked;
+        uint32_t last = 0;
+        for (const auto& [type, message] : mCallback->messages()) {
+            if (type == MT::FREQUENCY) last = message.frequencies()[0];
+            if (type == MT::LOCKED) locked.push_back(last);
+        }
+        return locked;
+    }
+
+    // Tunes and gives the event and the requested status.
+    std::pair<FrontendEventType, std::vector<FrontendStatus>> tune(
+            uint32_t id, const FrontendSettings& settings, std::vector<FrontendStatusType> types) {
+        mCallback = new RecordingCallback();
+        mTuner->getFrontendById(id)->setCallback(mCallback);
+        EXPECT_EQ(mTuner->getFrontendById(id)->tune(settings), Result::SUCCESS);
+        std::vector<FrontendStatus> status;
+        mTuner->getFrontendById(id)->getStatus(
+                types, [&](Result, const hidl_vec<FrontendStatus>& s) { status = s; });
+        mTuner->getFrontendById(id)->stopTune();
+        return {mCallback->events().at(0), status};
+    }
+
+    LogCapture mLogs;
+    sp<Tuner> mTuner;
+    std::vector<uint32_t> mIds;
+    sp<RecordingCallback> mCallback = new RecordingCallback();
+};
+
+TEST_F(ExampleInstallationTest, CableNetwork) {
+    load("cable-network.json");
+    EXPECT_EQ(mIds, (std::vector<uint32_t>{0, 1}));
+    // A scan tries 256-QAM at each raster frequency: it finds every multiplex but the 64-QAM one.
+    std::vector<uint32_t> found;
+    for (uint32_t mhz = 298; mhz <= 346; mhz += 8) {
+        for (uint32_t hz : scanLocks(0, dvbc(mhz * 1000000, 0))) found.push_back(hz / 1000000);
+    }
+    EXPECT_EQ(found, (std::vector<uint32_t>{306, 314, 330, 338}));
+    // Tuned with its own constellation, the 64-QAM multiplex locks.
+    EXPECT_EQ(tune(1, dvbc(322000000, 6900000, FrontendDvbcModulation::MOD_64QAM), {}).first,
+              FrontendEventType::LOCKED);
+    EXPECT_EQ(tune(1, dvbc(322000000, 6900000, FrontendDvbcModulation::MOD_256QAM), {}).first,
+              FrontendEventType::NO_SIGNAL);
+    // The weak multiplex locks with a poorer signal than a strong one.
+    const auto weak = tune(0, dvbc(330000000, 6875000, FrontendDvbcModulation::MOD_256QAM),
+                           {FrontendStatusType::SIGNAL_QUALITY, FrontendStatusType::SNR});
+    const auto strong = tune(0, dvbc(306000000, 6900000, FrontendDvbcModulation::MOD_256QAM),
+                             {FrontendStatusType::SIGNAL_QUALITY, FrontendStatusType::SNR});
+    ASSERT_EQ(weak.first, FrontendEventType::LOCKED);
+    ASSERT_EQ(strong.first, FrontendEventType::LOCKED);
+    EXPECT_LT(weak.second[0].signalQuality(), strong.second[0].signalQuality());
+    EXPECT_LT(weak.second[1].snr(), 20000);
+    EXPECT_GT(strong.second[1].snr(), 30000);
+}
+
+TEST_F(ExampleInstallationTest, TerrestrialRegion) {
+    load("terrestrial-region.json");
+    EXPECT_EQ(mIds, (std::vector<uint32_t>{0, 1}));
+    FrontendInfo info{};
+    mTuner->getFrontendInfo(0, [&](Result, const FrontendInfo& i) { info = i; });
+    EXPECT_TRUE(info.frontendCaps.dvbtCaps().isT2Supported);
+    EXPECT_EQ(info.minFrequency, 174000000u);
+    // The VHF channel is 7 MHz wide: an 8 MHz tune misses it.
+    using BW = FrontendDvbtBandwidth;
+    EXPECT_EQ(tune(0, dvbt(177000000, FrontendDvbtStandard::T, BW::BANDWIDTH_7MHZ), {}).first,
+              FrontendEventType::LOCKED);
+    EXPECT_EQ(tune(0, dvbt(177000000, FrontendDvbtStandard::T, BW::BANDWIDTH_8MHZ), {}).first,
+              FrontendEventType::NO_SIGNAL);
+    // A DVB-T2 multiplex reports its first PLP.
+    const auto t2 = tune(1, dvbt(490000000, FrontendDvbtStandard::T2), {FrontendStatusType::PLP_ID});
+    ASSERT_EQ(t2.first, FrontendEventType::LOCKED);
+    EXPECT_EQ(t2.second.at(0).plpId(), 1);
+    // Every multiplex of the region is found by a scan of its frequency.
+    std::vector<uint32_t> found;
+    for (uint32_t mhz : {490u, 514u, 538u, 626u, 650u}) {
+        const auto standard =
+                mhz == 490 || mhz == 514 ? FrontendDvbtStandard::T2 : FrontendDvbtStandard::T;
+        for (uint32_t hz : scanLocks(0, dvbt(mhz * 1000000, standard)))
+            found.push_back(hz / 1000000);
+    }
+    EXPECT_EQ(found, (std::vector<uint32_t>{490, 514, 538, 626}));
+}
+
+}  // namespace
