@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
+#include <tuple>
 #include <utility>
 
 #include "simulator/Environment.h"
@@ -323,6 +324,60 @@ Transmitter readTransmitter(const Reader& r, const json& v, const std::string& p
     return tx;
 }
 
+constexpr NameCode kInputTable[] = {{"A", 0}, {"B", 1}, {"C", 2}, {"D", 3}};
+constexpr NameCode kPolarisationTable[] = {{"V", 0}, {"H", 1}};
+constexpr NameCode kSatelliteSystemTable[] = {{"DVB-S", MOX_TUNER_TYPE_DVBS},
+                                              {"DVB-S2", MOX_TUNER_TYPE_DVBS2}};
+
+// Satellites behind the dish's switch, each on an input A..D, with their transponders at their
+// downlink frequencies.
+void readSatellites(const Reader& r, const json& v, std::vector<Transmitter>& air) {
+    const json& satellites = r.array(v, "satellites", 4);
+    std::map<std::tuple<int, bool, uint32_t>, std::string> used;
+    for (size_t s = 0; s < satellites.size(); ++s) {
+        const std::string sp = Reader::index("satellites", s);
+        const json& satellite = r.object(satellites[s], sp, {"name", "input", "transponders"});
+        if (satellite.contains("name") && !satellite.at("name").is_string()) {
+            r.fail(Reader::join(sp, "name"), "must be a text");
+        }
+        const int input = static_cast<int>(r.name(r.member(satellite, sp, "input"),
+                                                  Reader::join(sp, "input"), names(kInputTable)));
+        const std::string tp = Reader::join(sp, "transponders");
+        const json& transponders = r.array(r.member(satellite, sp, "transponders"), tp, 1000);
+        for (size_t i = 0; i < transponders.size(); ++i) {
+            const std::string p = Reader::index(tp, i);
+            const json& t = r.object(transponders[i], p,
+                                     {"system", "frequencyMHz", "polarisation", "symbolRate",
+                                      "levelDbuV", "cnDb", "lockDelayMs"});
+            auto at = [&](const char* key) { return Reader::join(p, key); };
+            Transmitter tx{};
+            tx.switchInput = input;
+            tx.system = r.name(r.member(t, p, "system"), at("system"), names(kSatelliteSystemTable));
+            tx.frequencyMHz =
+                    r.integer(r.member(t, p, "frequencyMHz"), at("frequencyMHz"), 10700, 12750);
+            tx.horizontal = r.name(r.member(t, p, "polarisation"), at("polarisation"),
+                                   names(kPolarisationTable)) == 1;
+            tx.symbolRate =
+                    r.integer(r.member(t, p, "symbolRate"), at("symbolRate"), 1000000, 45000000);
+            tx.levelDbuV = t.contains("levelDbuV")
+                                   ? r.number(t.at("levelDbuV"), at("levelDbuV"), 0, 120)
+                                   : 65.0f;
+            tx.cnDb = t.contains("cnDb") ? r.number(t.at("cnDb"), at("cnDb"), -10, 60) : 12.0f;
+            tx.lockDelayMs = t.contains("lockDelayMs")
+                                     ? r.integer(t.at("lockDelayMs"), at("lockDelayMs"), 0, 60000)
+                                     : 500;
+            const auto [it, fresh] =
+                    used.emplace(std::make_tuple(input, tx.horizontal, tx.frequencyMHz), p);
+            if (!fresh) {
+                r.fail(at("frequencyMHz"), std::to_string(tx.frequencyMHz) + " MHz " +
+                                                   (tx.horizontal ? "H" : "V") +
+                                                   " is already used by " + it->second);
+            }
+            air.push_back(std::move(tx));
+        }
+    }
+}
+
 }  // namespace
 
 Environment parseEnvironment(const std::string& text, const std::string& name) {
@@ -340,7 +395,7 @@ Environment parseEnvironment(const std::string& text, const std::string& name) {
                                (colon == std::string::npos ? what : what.substr(colon + 2)));
     }
     const Reader r(name, text);
-    r.object(root, "", {"frontends", "transmitters"});
+    r.object(root, "", {"frontends", "transmitters", "satellites"});
     Environment env{};
     memset(&env.capability, 0, sizeof(env.capability));
     const json& frontends = r.array(r.member(root, "", "frontends"), "frontends", 5);
@@ -367,6 +422,7 @@ Environment parseEnvironment(const std::string& text, const std::string& name) {
             env.air.push_back(std::move(tx));
         }
     }
+    if (root.contains("satellites")) readSatellites(r, root.at("satellites"), env.air);
     return env;
 }
 

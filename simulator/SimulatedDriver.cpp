@@ -56,6 +56,26 @@ void SimulatedDriver::setCapabilities(const MOX_TunerCapability_t& capability) {
     }
     mTuners.assign(tuners, TunerState());
     mLnbs.assign(lnbs, LnbState());
+    // The satellite tuners, in order, sit behind the LNBs in turn.
+    mTunerLnbs.assign(tuners, -1);
+    size_t tuner = 0;
+    size_t satelliteTuner = 0;
+    for (size_t e = 0; e < std::min<size_t>(capability.ucFrontendCnt, kEntries); ++e) {
+        const MOX_TunerFrontendCap_t& entry = capability.tFrontend[e];
+        for (int c = 0; c < entry.ucChannelCnt; ++c, ++tuner) {
+            if (isSatellite(entry.tTypeSupport.eValues[0]) && lnbs > 0) {
+                mTunerLnbs[tuner] = static_cast<int>(satelliteTuner++ % lnbs);
+            }
+        }
+    }
+}
+
+std::string LnbState::selection() const {
+    if (mode == 0) return "off";
+    const char* inputs[] = {"A", "B", "C", "D"};
+    return std::string(horizontal ? "horizontal" : "vertical") + " (" + polarisationBy + "), " +
+           (highBand ? "high band" : "low band") + " (" + bandBy + "), input " + inputs[input & 3] +
+           " (" + inputBy + ")";
 }
 
 void SimulatedDriver::setEnvironment(const MOX_TunerCapability_t& capability,
@@ -81,10 +101,33 @@ int SimulatedDriver::getCapabilities(MOX_TunerCapability_t* capability) {
     return 0;
 }
 
-int SimulatedDriver::matchLocked(const MOX_TunerParam_t& param) const {
+namespace {
+// A universal LNB's local oscillators.
+constexpr uint32_t kLowBandLoMHz = 9750;
+constexpr uint32_t kHighBandLoMHz = 10600;
+constexpr uint32_t kBandSplitMHz = 11700;
+}  // namespace
+
+bool SimulatedDriver::dishPassesLocked(uint8_t tunerIndex, const Transmitter& tx,
+                                       uint32_t ifMHz) const {
+    if (tx.switchInput < 0) return tx.frequencyMHz == ifMHz;
+    const int lnbId = tunerIndex < mTunerLnbs.size() ? mTunerLnbs[tunerIndex] : -1;
+    if (lnbId < 0) return false;
+    const LnbState& lnb = mLnbs[lnbId];
+    if (lnb.mode == 0 || lnb.input != tx.switchInput || lnb.horizontal != tx.horizontal) {
+        return false;
+    }
+    // The low band reaches up to 11.7 GHz, the high band from there.
+    if (lnb.highBand != (tx.frequencyMHz >= kBandSplitMHz)) return false;
+    const uint32_t lo = lnb.highBand ? kHighBandLoMHz : kLowBandLoMHz;
+    return tx.frequencyMHz > lo && tx.frequencyMHz - lo == ifMHz;
+}
+
+int SimulatedDriver::matchLocked(uint8_t tunerIndex, const MOX_TunerParam_t& param) const {
     for (size_t i = 0; i < mAir.size(); ++i) {
         const Transmitter& tx = mAir[i];
-        if (tx.system != param.eTunerType || tx.frequencyMHz != param.uiFreqMHz) continue;
+        if (tx.system != param.eTunerType) continue;
+        if (!dishPassesLocked(tunerIndex, tx, param.uiFreqMHz)) continue;
         if (tx.symbolRate != 0) {
             const uint64_t difference = param.uiSymbolRate > tx.symbolRate
                                                 ? param.uiSymbolRate - tx.symbolRate
@@ -109,8 +152,10 @@ SimulatedDriver::TunerState* SimulatedDriver::tunerLocked(uint8_t tunerIndex) {
     return tunerIndex < mTuners.size() ? &mTuners[tunerIndex] : nullptr;
 }
 
-bool SimulatedDriver::lockedLocked(const TunerState& tuner) const {
+bool SimulatedDriver::lockedLocked(uint8_t tunerIndex, const TunerState& tuner) const {
     if (!tuner.tuned || tuner.transmitter < 0) return false;
+    // A change at the dish after tuning takes the transponder away.
+    if (!dishPassesLocked(tunerIndex, mAir[tuner.transmitter], tuner.param.uiFreqMHz)) return false;
     const uint64_t delayUs = uint64_t{mAir[tuner.transmitter].lockDelayMs} * 1000;
     return mClock() - tuner.tunedAtUs >= delayUs;
 }
@@ -129,7 +174,7 @@ int SimulatedDriver::scan(uint8_t tunerIndex, const MOX_TunerParam_t& param) {
     tuner->tuned = true;
     tuner->param = param;
     tuner->tunedAtUs = mClock();
-    tuner->transmitter = matchLocked(param);
+    tuner->transmitter = matchLocked(tunerIndex, param);
     return 0;
 }
 
@@ -137,7 +182,7 @@ int SimulatedDriver::isLocked(uint8_t tunerIndex) {
     ::android::Mutex::Autolock guard(mLock);
     const TunerState* tuner = tunerLocked(tunerIndex);
     if (tuner == nullptr) return -1;
-    return lockedLocked(*tuner) ? 0 : 1;
+    return lockedLocked(tunerIndex, *tuner) ? 0 : 1;
 }
 
 int SimulatedDriver::getInfo(uint8_t tunerIndex, MOX_TunerSignalInfo_t* info) {
@@ -145,7 +190,7 @@ int SimulatedDriver::getInfo(uint8_t tunerIndex, MOX_TunerSignalInfo_t* info) {
     const TunerState* tuner = tunerLocked(tunerIndex);
     if (tuner == nullptr || info == nullptr) return -1;
     if (!tuner->tuned) return 0;  // an idle tuner reports nothing
-    if (!lockedLocked(*tuner)) {
+    if (!lockedLocked(tunerIndex, *tuner)) {
         info->lock = 0;
         info->strength = static_cast<uint32_t>(5.0f + jitterLocked(2.0f));
         info->snr = std::max(0.0f, 1.5f + jitterLocked(1.0f));
@@ -176,7 +221,7 @@ int SimulatedDriver::getParamInfo(uint8_t tunerIndex, MOX_TunerParamInfo_t* info
     if (tuner == nullptr || info == nullptr) return -1;
     if (!tuner->tuned) return 0;
     info->eTunerType = tuner->param.eTunerType;
-    if (lockedLocked(*tuner)) {
+    if (lockedLocked(tunerIndex, *tuner)) {
         const Transmitter& tx = mAir[tuner->transmitter];
         info->eHierarchy = tx.hierarchy;
         info->ucPlpId = tx.plpIds.empty() ? 0 : tx.plpIds.front();
@@ -201,6 +246,10 @@ int SimulatedDriver::setLnbMode(int32_t lnbId, uint32_t mode) {
     LnbState* lnb = lnbLocked(lnbId);
     if (lnb == nullptr || mode > 2) return -1;
     lnb->mode = mode;
+    if (mode != 0) {
+        lnb->horizontal = mode == 2;  // 13 V: vertical, 18 V: horizontal
+        lnb->polarisationBy = "voltage";
+    }
     return 0;
 }
 
@@ -209,6 +258,8 @@ int SimulatedDriver::set22k(int32_t lnbId, uint32_t on) {
     LnbState* lnb = lnbLocked(lnbId);
     if (lnb == nullptr) return -1;
     lnb->tone = on;
+    lnb->highBand = on != 0;
+    lnb->bandBy = "tone";
     return 0;
 }
 
@@ -217,6 +268,8 @@ int SimulatedDriver::sendToneBurst(int32_t lnbId, uint32_t burst) {
     LnbState* lnb = lnbLocked(lnbId);
     if (lnb == nullptr || burst > 1) return -1;
     lnb->lastBurst = static_cast<int32_t>(burst);
+    lnb->input = static_cast<int>(burst);  // A or B of a mini-DiSEqC switch
+    lnb->inputBy = "tone burst";
     return 0;
 }
 
@@ -226,6 +279,16 @@ int SimulatedDriver::sendDiseqc(int32_t lnbId, const MOX_DiSEqCCmd_t& cmd) {
     if (lnb == nullptr || cmd.ucLen > MOX_DISEQC_MSG_MAX) return -1;
     lnb->lastDiseqc.assign(cmd.ucData, cmd.ucData + cmd.ucLen);
     ++lnb->diseqcCount;
+    // A DiSEqC 1.0 committed-switch command: framing E0/E1, an LNB or switch address 10..17,
+    // command 38, data 1111 option position polarisation band.
+    const uint8_t* d = cmd.ucData;
+    if (cmd.ucLen == 4 && (d[0] & 0xFE) == 0xE0 && (d[1] & 0xF8) == 0x10 && d[2] == 0x38 &&
+        (d[3] & 0xF0) == 0xF0) {
+        lnb->input = ((d[3] >> 3) & 1) * 2 + ((d[3] >> 2) & 1);
+        lnb->horizontal = (d[3] >> 1) & 1;
+        lnb->highBand = d[3] & 1;
+        lnb->inputBy = lnb->polarisationBy = lnb->bandBy = "DiSEqC";
+    }
     return 0;
 }
 

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <string>
 #include <vector>
 
 #include "driver/MoxTuner.h"
@@ -26,6 +27,11 @@ struct Transmitter {
     std::vector<uint8_t> plpIds;
     uint32_t modulation = 0;  // MOX_CableTnr_Mod code a demodulator must be set to; 0: any
     uint32_t annex = 0;       // MOX_DVBC_ANNEX_TYPE code likewise; 0: any
+    // A satellite transponder behind the dish: frequencyMHz is its downlink frequency, received
+    // through the switch input of its satellite (0..3 for A..D) in its polarisation. -1: the
+    // transponder is given at the LNB's output frequency and reaches every satellite tuner.
+    int switchInput = -1;
+    bool horizontal = false;
 };
 
 // What the driver last received for one LNB.
@@ -35,6 +41,17 @@ struct LnbState {
     int32_t lastBurst = -1;  // -1 when no burst was sent
     std::vector<uint8_t> lastDiseqc;
     uint32_t diseqcCount = 0;
+    // What a universal LNB behind a DiSEqC 1.0 switch receives: the voltage, the 22 kHz tone, a
+    // tone burst and a committed-switch command each set part of it, and the latest command wins.
+    bool horizontal = false;              // 18 V, or the command's polarisation bit
+    bool highBand = false;                // the tone, or the command's band bit
+    int input = 0;                        // switch input 0..3 (A..D)
+    const char* polarisationBy = "none";  // what set each part last
+    const char* bandBy = "none";
+    const char* inputBy = "none";
+
+    // "vertical (voltage), low band (none), input A (DiSEqC)"; "off" without LNB voltage.
+    std::string selection() const;
 };
 
 class SimulatedDriver {
@@ -73,8 +90,11 @@ class SimulatedDriver {
         int transmitter = -1;  // index into mAir, -1 when nothing matches
     };
 
-    bool lockedLocked(const TunerState& tuner) const REQUIRES(mLock);
-    int matchLocked(const MOX_TunerParam_t& param) const REQUIRES(mLock);
+    bool lockedLocked(uint8_t tunerIndex, const TunerState& tuner) const REQUIRES(mLock);
+    int matchLocked(uint8_t tunerIndex, const MOX_TunerParam_t& param) const REQUIRES(mLock);
+    // Whether the dish in front of the tuner passes the transponder to it at this IF.
+    bool dishPassesLocked(uint8_t tunerIndex, const Transmitter& tx, uint32_t ifMHz) const
+            REQUIRES(mLock);
     float jitterLocked(float amplitude) REQUIRES(mLock);
     TunerState* tunerLocked(uint8_t tunerIndex) REQUIRES(mLock);
     LnbState* lnbLocked(int32_t lnbId) REQUIRES(mLock);
@@ -85,6 +105,7 @@ class SimulatedDriver {
     std::vector<Transmitter> mAir GUARDED_BY(mLock);
     std::vector<TunerState> mTuners GUARDED_BY(mLock);
     std::vector<LnbState> mLnbs GUARDED_BY(mLock);
+    std::vector<int> mTunerLnbs GUARDED_BY(mLock);  // the LNB each tuner sits behind, or -1
     uint32_t mNoiseSeed GUARDED_BY(mLock) = 12345;
 };
 

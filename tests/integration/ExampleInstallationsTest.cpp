@@ -6,6 +6,7 @@
 #include "simulator/Environment.h"
 
 using namespace ::android::hardware::tv::tuner::V1_0;
+using ::android::hardware::tv::tuner::V1_0::ILnb;
 
 namespace {
 
@@ -115,6 +116,101 @@ TEST_F(ExampleInstallationTest, TerrestrialRegion) {
             found.push_back(hz / 1000000);
     }
     EXPECT_EQ(found, (std::vector<uint32_t>{490, 514, 538, 626}));
+}
+
+}  // namespace
+
+namespace {
+
+class DishTest : public ExampleInstallationTest {
+  protected:
+    void SetUp() override {
+        load("dish-two-satellites.json");
+        for (uint32_t id : {0u, 1u}) {
+            mTuner->openLnbById(id, [&](Result, const sp<ILnb>& l) { mLnbs.push_back(l); });
+        }
+    }
+    // Tunes a satellite frontend to an intermediate frequency.
+    FrontendEventType tuneIf(uint32_t frontend, uint32_t ifMHz, FrontendDvbsStandard standard,
+                             uint32_t symbolRate) {
+        return tune(frontend, dvbs(ifMHz * 1000000, symbolRate, standard), {}).first;
+    }
+    static hidl_vec<uint8_t> committed(uint8_t data) { return {0xE0, 0x10, 0x38, data}; }
+
+    std::vector<sp<ILnb>> mLnbs;
+};
+
+constexpr auto S = FrontendDvbsStandard::S;
+constexpr auto S2 = FrontendDvbsStandard::S2;
+constexpr auto LOCKED = FrontendEventType::LOCKED;
+constexpr auto NO_SIGNAL = FrontendEventType::NO_SIGNAL;
+
+TEST_F(DishTest, NothingLocksWithoutLnbVoltage) {
+    EXPECT_EQ(tuneIf(0, 1612, S, 22000000), NO_SIGNAL);  // east 11362 V, low band
+    mLnbs[0]->setVoltage(LnbVoltage::VOLTAGE_13V);
+    EXPECT_EQ(tuneIf(0, 1612, S, 22000000), LOCKED);
+    mLnbs[0]->setVoltage(LnbVoltage::NONE);
+    EXPECT_EQ(tuneIf(0, 1612, S, 22000000), NO_SIGNAL);
+}
+
+TEST_F(DishTest, VoltageToneAndSwitchSelectWhatReachesTheTuner) {
+    struct Case {
+        const char* what;
+        std::function<void(ILnb&)> set;
+        uint32_t ifMHz;
+        FrontendDvbsStandard standard;
+        uint32_t symbolRate;
+        FrontendEventType event;
+    } const cases[] = {
+            {"13 V, low band, input A: east 11362 V",
+             [](ILnb& l) {
+                 l.setVoltage(LnbVoltage::VOLTAGE_13V);
+                 l.sendDiseqcMessage(committed(0xF0));
+             },
+             1612, S, 22000000, LOCKED},
+            {"18 V: the horizontal transponder at 10744",
+             [](ILnb& l) { l.setVoltage(LnbVoltage::VOLTAGE_18V); }, 994, S2, 22000000, LOCKED},
+            {"18 V, tone on: east 12188 H in the high band",
+             [](ILnb& l) { l.setTone(LnbTone::CONTINUOUS); }, 1588, S2, 27500000, LOCKED},
+            {"input B by DiSEqC, 13 V low: west 11362 V is DVB-S2",
+             [](ILnb& l) { l.sendDiseqcMessage(committed(0xF4)); }, 1612, S2, 27500000, LOCKED},
+            {"the same IF as DVB-S finds nothing on west", [](ILnb&) {}, 1612, S, 22000000,
+             NO_SIGNAL},
+            {"tone burst A goes back to east",
+             [](ILnb& l) { l.setSatellitePosition(LnbPosition::POSITION_A); }, 1612, S, 22000000,
+             LOCKED},
+            {"tone on again, still vertical: east 11778 V",
+             [](ILnb& l) { l.setTone(LnbTone::CONTINUOUS); }, 1178, S2, 27500000, LOCKED},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        c.set(*mLnbs[0]);
+        EXPECT_EQ(tuneIf(0, c.ifMHz, c.standard, c.symbolRate), c.event);
+    }
+}
+
+TEST_F(DishTest, TheLatestOfVoltageToneAndSwitchCommandWinsAndTheDriverSaysWhich) {
+    mLnbs[0]->setVoltage(LnbVoltage::VOLTAGE_18V);
+    mLnbs[0]->setTone(LnbTone::CONTINUOUS);
+    EXPECT_EQ(mox::sim::simulator().lnb(0).selection(),
+              "horizontal (voltage), high band (tone), input A (none)");
+    // A committed command for vertical, low band, input B overrides what came before it.
+    mLnbs[0]->sendDiseqcMessage(committed(0xF4));
+    EXPECT_EQ(mox::sim::simulator().lnb(0).selection(),
+              "vertical (DiSEqC), low band (DiSEqC), input B (DiSEqC)");
+    EXPECT_EQ(tuneIf(0, 1612, S2, 27500000), LOCKED);  // west 11362 V
+    mLnbs[0]->setVoltage(LnbVoltage::VOLTAGE_18V);
+    EXPECT_EQ(mox::sim::simulator().lnb(0).selection(),
+              "horizontal (voltage), low band (DiSEqC), input B (DiSEqC)");
+    EXPECT_EQ(tuneIf(0, 1612, S2, 27500000), NO_SIGNAL);
+}
+
+TEST_F(DishTest, EachSatelliteFrontendSitsBehindItsOwnLnb) {
+    mLnbs[0]->setVoltage(LnbVoltage::VOLTAGE_13V);
+    EXPECT_EQ(tuneIf(0, 1612, S, 22000000), LOCKED);
+    EXPECT_EQ(tuneIf(1, 1612, S, 22000000), NO_SIGNAL) << "LNB 1 has no voltage yet";
+    mLnbs[1]->setVoltage(LnbVoltage::VOLTAGE_13V);
+    EXPECT_EQ(tuneIf(1, 1612, S, 22000000), LOCKED);
 }
 
 }  // namespace
