@@ -18,7 +18,7 @@ const bool gEnvironmentLoaded = [] {
     if (path == nullptr || *path == '\0') return false;
     try {
         mox::sim::Environment env = mox::sim::loadEnvironmentFile(path);
-        simulator().setEnvironment(env.capability, std::move(env.air));
+        simulator().setEnvironment(env.capability, std::move(env.air), std::move(env.misbehaviour));
     } catch (const mox::sim::EnvironmentError& e) {
         std::fprintf(stderr, "%s\n", e.what());
         std::exit(2);

@@ -18,6 +18,7 @@ inline constexpr const char* kEnvironmentVariable = "MOX_SIMULATOR_ENVIRONMENT";
 struct Environment {
     MOX_TunerCapability_t capability;
     std::vector<Transmitter> air;
+    Misbehaviour misbehaviour;
 };
 
 // One line: "FILE:LINE: FIELD: what is wrong".

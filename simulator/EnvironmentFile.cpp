@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -220,11 +221,47 @@ void readSatellite(const Reader& r, const json& v, const std::string& p, MOX_Tun
     r.codes(v, p, "s2CodeRates", s.tCodeRate.tDvbs2, codesUpTo(r, 13));
 }
 
+// Counts the record declares whatever its lists hold, up to 255: beyond a list's room too.
+void readDeclaredCounts(const Reader& r, const json& v, const std::string& path, const char* part,
+                        MOX_TunerFrontendCap_t& entry) {
+    const std::string p = Reader::join(path, "declaredCounts");
+    MOX_TunerDvbtCap_t& t = entry.tCapability.tDvbt;
+    MOX_TunerDvbcCap_t& c = entry.tCapability.tDvbc;
+    MOX_TunerDvbsCap_t& s = entry.tCapability.tDvbs;
+    std::map<std::string, uint8_t*> counts = {{"systems", &entry.tTypeSupport.ucCnt},
+                                              {"bandwidths", &entry.tBwSupport.ucCnt}};
+    if (std::strcmp(part, "dvbt") == 0) {
+        counts.insert({{"dvbt.constellations", &t.tConstellation.tDvbt.ucCnt},
+                       {"dvbt.t2Constellations", &t.tConstellation.tDvbt2.ucCnt},
+                       {"dvbt.codeRates", &t.tCodeRate.tDvbt.ucCnt},
+                       {"dvbt.t2CodeRates", &t.tCodeRate.tDvbt2.ucCnt},
+                       {"dvbt.guardIntervals", &t.tGuardInterval.tDvbt.ucCnt},
+                       {"dvbt.t2GuardIntervals", &t.tGuardInterval.tDvbt2.ucCnt},
+                       {"dvbt.hierarchies", &t.tHierarchy.ucCnt},
+                       {"dvbt.transmissionModes", &t.tTransmissionMode.tDvbt.ucCnt},
+                       {"dvbt.t2TransmissionModes", &t.tTransmissionMode.tDvbt2.ucCnt}});
+    } else if (std::strcmp(part, "dvbc") == 0) {
+        counts.insert({{"dvbc.modulations", &c.tQam.ucCnt}, {"dvbc.annexes", &c.tAnnex.ucCnt}});
+    } else {
+        counts.insert({{"dvbs.lnbs", &s.tLnb.ucCnt},
+                       {"dvbs.modulations", &s.tModulation.tDvbs.ucCnt},
+                       {"dvbs.s2Modulations", &s.tModulation.tDvbs2.ucCnt},
+                       {"dvbs.codeRates", &s.tCodeRate.tDvbs.ucCnt},
+                       {"dvbs.s2CodeRates", &s.tCodeRate.tDvbs2.ucCnt}});
+    }
+    if (!v.is_object()) r.fail(p, "must be an object");
+    for (const auto& [key, value] : v.items()) {
+        auto it = counts.find(key);
+        if (it == counts.end()) r.fail(Reader::join(p, key), "no such list in this entry");
+        *it->second = static_cast<uint8_t>(r.integer(value, Reader::join(p, key), 0, 255));
+    }
+}
+
 void readFrontend(const Reader& r, const json& v, const std::string& p,
                   MOX_TunerFrontendCap_t& entry) {
     r.object(v, p,
              {"systems", "channels", "frequencyMHz", "symbolRateKsym", "bandwidths", "statusCaps",
-              "dvbt", "dvbc", "dvbs"});
+              "dvbt", "dvbc", "dvbs", "neverLocks", "declaredCounts"});
     r.member(v, p, "systems");
     r.codes(v, p, "systems", entry.tTypeSupport,
             [&r](const json& x, const std::string& q) { return r.name(x, q, kSystems); });
@@ -257,23 +294,91 @@ void readFrontend(const Reader& r, const json& v, const std::string& p,
                                                    " (use \"" + part + "\")");
         }
     }
-    if (!v.contains(part)) return;
-    const std::string pp = Reader::join(p, part);
-    if (std::strcmp(part, "dvbt") == 0) readTerrestrial(r, v.at(part), pp, entry.tCapability.tDvbt);
-    if (std::strcmp(part, "dvbc") == 0) readCable(r, v.at(part), pp, entry.tCapability.tDvbc);
-    if (std::strcmp(part, "dvbs") == 0) readSatellite(r, v.at(part), pp, entry.tCapability.tDvbs);
+    if (v.contains(part)) {
+        const std::string pp = Reader::join(p, part);
+        if (std::strcmp(part, "dvbt") == 0)
+            readTerrestrial(r, v.at(part), pp, entry.tCapability.tDvbt);
+        if (std::strcmp(part, "dvbc") == 0) readCable(r, v.at(part), pp, entry.tCapability.tDvbc);
+        if (std::strcmp(part, "dvbs") == 0)
+            readSatellite(r, v.at(part), pp, entry.tCapability.tDvbs);
+    }
+    if (v.contains("declaredCounts")) readDeclaredCounts(r, v.at("declaredCounts"), p, part, entry);
+}
+
+// A figure as the driver will report it: a number, or "nan", "inf", "-inf".
+float figure(const Reader& r, const json& v, const std::string& p) {
+    if (v.is_number()) return v.get<float>();
+    if (v == "nan") return std::numeric_limits<float>::quiet_NaN();
+    if (v == "inf") return std::numeric_limits<float>::infinity();
+    if (v == "-inf") return -std::numeric_limits<float>::infinity();
+    r.fail(p, v.dump() + " is not a number, \"nan\", \"inf\" or \"-inf\"");
+}
+
+// How a transmitter misbehaves: a flapping lock, figures reported as they are.
+void readMisbehaviour(const Reader& r, const json& v, const std::string& p, Transmitter& tx) {
+    if (v.contains("flapPeriodMs")) {
+        tx.flapPeriodMs =
+                r.integer(v.at("flapPeriodMs"), Reader::join(p, "flapPeriodMs"), 1, 600000);
+    }
+    if (!v.contains("figures")) return;
+    const std::string fp = Reader::join(p, "figures");
+    const json& f = r.object(v.at("figures"), fp, {"snr", "ber", "mer", "lber", "packetError"});
+    const std::pair<const char*, std::optional<float>*> fields[] = {
+            {"snr", &tx.snr},
+            {"ber", &tx.ber},
+            {"mer", &tx.mer},
+            {"lber", &tx.lber},
+            {"packetError", &tx.packetError}};
+    for (const auto& [key, field] : fields) {
+        if (f.contains(key)) *field = figure(r, f.at(key), Reader::join(fp, key));
+    }
+}
+
+constexpr NameCode kFunctionTable[] = {
+        {"Init", static_cast<uint32_t>(DriverFunction::Init)},
+        {"GetCapabilities", static_cast<uint32_t>(DriverFunction::GetCapabilities)},
+        {"Scan", static_cast<uint32_t>(DriverFunction::Scan)},
+        {"IsLocked", static_cast<uint32_t>(DriverFunction::IsLocked)},
+        {"GetInfo", static_cast<uint32_t>(DriverFunction::GetInfo)},
+        {"GetParamInfo", static_cast<uint32_t>(DriverFunction::GetParamInfo)},
+        {"Release", static_cast<uint32_t>(DriverFunction::Release)},
+        {"SetLNBMode", static_cast<uint32_t>(DriverFunction::SetLNBMode)},
+        {"Set22KContinues", static_cast<uint32_t>(DriverFunction::Set22KContinues)},
+        {"SendDiSEqCToneBurst", static_cast<uint32_t>(DriverFunction::SendDiSEqCToneBurst)},
+        {"SendDiSEqCCmd", static_cast<uint32_t>(DriverFunction::SendDiSEqCCmd)}};
+
+// Driver functions that fail: {"Scan": {"result": -1, "first": 2}}.
+void readFaults(const Reader& r, const json& v, Misbehaviour& misbehaviour) {
+    if (!v.is_object()) r.fail("faults", "must be an object");
+    for (const auto& [function, rule] : v.items()) {
+        const std::string p = Reader::join("faults", function);
+        const uint32_t f = r.name(json(function), p, names(kFunctionTable));
+        r.object(rule, p, {"result", "first", "every"});
+        Fault& fault = misbehaviour.faults[f];
+        const json& result = r.member(rule, p, "result");
+        if (!result.is_number_integer() || result.get<int64_t>() == 0 ||
+            result.get<int64_t>() < INT32_MIN || result.get<int64_t>() > INT32_MAX) {
+            r.fail(Reader::join(p, "result"), "must be a non-zero 32-bit result code");
+        }
+        fault.result = static_cast<int>(result.get<int64_t>());
+        if (rule.contains("first"))
+            fault.first = r.integer(rule.at("first"), Reader::join(p, "first"), 1, UINT32_MAX);
+        if (rule.contains("every"))
+            fault.every = r.integer(rule.at("every"), Reader::join(p, "every"), 1, UINT32_MAX);
+    }
 }
 
 // Which fields a transmitter of a system may have.
 const std::set<std::string>& transmitterFields(uint32_t system) {
-    static const std::set<std::string> terrestrial = {"system",    "frequencyMHz", "bandwidth",
-                                                      "hierarchy", "plps",         "levelDbuV",
-                                                      "cnDb",      "lockDelayMs"};
-    static const std::set<std::string> cable = {"system",     "frequencyMHz", "symbolRate",
-                                                "modulation", "annex",        "bandwidth",
-                                                "levelDbuV",  "cnDb",         "lockDelayMs"};
-    static const std::set<std::string> other = {"system",    "frequencyMHz", "symbolRate",
-                                                "levelDbuV", "cnDb",         "lockDelayMs"};
+    static const std::set<std::string> terrestrial = {
+            "system",    "frequencyMHz", "bandwidth",   "hierarchy",    "plps",
+            "levelDbuV", "cnDb",         "lockDelayMs", "flapPeriodMs", "figures"};
+    static const std::set<std::string> cable = {
+            "system",    "frequencyMHz", "symbolRate",  "modulation",   "annex",  "bandwidth",
+            "levelDbuV", "cnDb",         "lockDelayMs", "flapPeriodMs", "figures"};
+    static const std::set<std::string> other = {"system",       "frequencyMHz", "symbolRate",
+                                                "levelDbuV",    "cnDb",         "lockDelayMs",
+                                                "flapPeriodMs", "figures"};
     return isTerrestrial(system) ? terrestrial : system == MOX_TUNER_TYPE_DVBC ? cable : other;
 }
 
@@ -297,6 +402,7 @@ Transmitter readTransmitter(const Reader& r, const json& v, const std::string& p
     if (v.contains("lockDelayMs")) {
         tx.lockDelayMs = r.integer(v.at("lockDelayMs"), at("lockDelayMs"), 0, 60000);
     }
+    readMisbehaviour(r, v, p, tx);
     if (isTerrestrial(tx.system)) {
         tx.bandwidth = r.name(r.member(v, p, "bandwidth"), at("bandwidth"), kBandwidths);
         if (v.contains("hierarchy"))
@@ -346,9 +452,10 @@ void readSatellites(const Reader& r, const json& v, std::vector<Transmitter>& ai
         const json& transponders = r.array(r.member(satellite, sp, "transponders"), tp, 1000);
         for (size_t i = 0; i < transponders.size(); ++i) {
             const std::string p = Reader::index(tp, i);
-            const json& t = r.object(transponders[i], p,
-                                     {"system", "frequencyMHz", "polarisation", "symbolRate",
-                                      "levelDbuV", "cnDb", "lockDelayMs"});
+            const json& t =
+                    r.object(transponders[i], p,
+                             {"system", "frequencyMHz", "polarisation", "symbolRate", "levelDbuV",
+                              "cnDb", "lockDelayMs", "flapPeriodMs", "figures"});
             auto at = [&](const char* key) { return Reader::join(p, key); };
             Transmitter tx{};
             tx.switchInput = input;
@@ -366,6 +473,7 @@ void readSatellites(const Reader& r, const json& v, std::vector<Transmitter>& ai
             tx.lockDelayMs = t.contains("lockDelayMs")
                                      ? r.integer(t.at("lockDelayMs"), at("lockDelayMs"), 0, 60000)
                                      : 500;
+            readMisbehaviour(r, t, p, tx);
             const auto [it, fresh] =
                     used.emplace(std::make_tuple(input, tx.horizontal, tx.frequencyMHz), p);
             if (!fresh) {
@@ -395,14 +503,26 @@ Environment parseEnvironment(const std::string& text, const std::string& name) {
                                (colon == std::string::npos ? what : what.substr(colon + 2)));
     }
     const Reader r(name, text);
-    r.object(root, "", {"frontends", "transmitters", "satellites"});
+    r.object(root, "",
+             {"frontends", "transmitters", "satellites", "faults", "seed", "declaredFrontendCount"});
     Environment env{};
     memset(&env.capability, 0, sizeof(env.capability));
     const json& frontends = r.array(r.member(root, "", "frontends"), "frontends", 5);
     env.capability.ucFrontendCnt = static_cast<uint8_t>(frontends.size());
     for (size_t i = 0; i < frontends.size(); ++i) {
-        readFrontend(r, frontends[i], Reader::index("frontends", i), env.capability.tFrontend[i]);
+        const std::string p = Reader::index("frontends", i);
+        readFrontend(r, frontends[i], p, env.capability.tFrontend[i]);
+        env.misbehaviour.entryNeverLocks.push_back(
+                frontends[i].contains("neverLocks") &&
+                r.boolean(frontends[i].at("neverLocks"), Reader::join(p, "neverLocks")));
     }
+    if (root.contains("declaredFrontendCount")) {
+        env.capability.ucFrontendCnt = static_cast<uint8_t>(
+                r.integer(root.at("declaredFrontendCount"), "declaredFrontendCount", 0, 255));
+    }
+    if (root.contains("seed"))
+        env.misbehaviour.seed = r.integer(root.at("seed"), "seed", 0, UINT32_MAX);
+    if (root.contains("faults")) readFaults(r, root.at("faults"), env.misbehaviour);
     if (root.contains("transmitters")) {
         const json& transmitters = r.array(root.at("transmitters"), "transmitters", 1000);
         // One transmitter per frequency of a kind of network: terrestrial, cable, satellite.

@@ -79,10 +79,31 @@ std::string LnbState::selection() const {
 }
 
 void SimulatedDriver::setEnvironment(const MOX_TunerCapability_t& capability,
-                                     std::vector<Transmitter> air) {
+                                     std::vector<Transmitter> air, Misbehaviour misbehaviour) {
     setCapabilities(capability);
     ::android::Mutex::Autolock guard(mLock);
     mAir = std::move(air);
+    mNoiseSeed = misbehaviour.seed;
+    mCalls.fill(0);
+    mTunerNeverLocks.assign(mTuners.size(), false);
+    size_t tuner = 0;
+    for (size_t e = 0; e < std::min<size_t>(capability.ucFrontendCnt, kEntries); ++e) {
+        const bool never =
+                e < misbehaviour.entryNeverLocks.size() && misbehaviour.entryNeverLocks[e];
+        for (int c = 0; c < capability.tFrontend[e].ucChannelCnt; ++c)
+            mTunerNeverLocks[tuner++] = never;
+    }
+    mMisbehaviour = std::move(misbehaviour);
+}
+
+int SimulatedDriver::faultLocked(DriverFunction function) {
+    const size_t f = static_cast<size_t>(function);
+    const uint32_t call = ++mCalls[f];
+    const Fault& fault = mMisbehaviour.faults[f];
+    if (fault.result == 0) return 0;
+    if (fault.first != 0 && call > fault.first) return 0;
+    if (fault.every != 0 && call % fault.every != 0) return 0;
+    return fault.result;
 }
 
 LnbState SimulatedDriver::lnb(int32_t lnbId) const {
@@ -91,12 +112,14 @@ LnbState SimulatedDriver::lnb(int32_t lnbId) const {
 }
 
 int SimulatedDriver::init() {
-    return 0;
+    ::android::Mutex::Autolock guard(mLock);
+    return faultLocked(DriverFunction::Init);
 }
 
 int SimulatedDriver::getCapabilities(MOX_TunerCapability_t* capability) {
     if (capability == nullptr) return -1;
     ::android::Mutex::Autolock guard(mLock);
+    if (int fault = faultLocked(DriverFunction::GetCapabilities)) return fault;
     *capability = mCapability;
     return 0;
 }
@@ -156,8 +179,14 @@ bool SimulatedDriver::lockedLocked(uint8_t tunerIndex, const TunerState& tuner) 
     if (!tuner.tuned || tuner.transmitter < 0) return false;
     // A change at the dish after tuning takes the transponder away.
     if (!dishPassesLocked(tunerIndex, mAir[tuner.transmitter], tuner.param.uiFreqMHz)) return false;
-    const uint64_t delayUs = uint64_t{mAir[tuner.transmitter].lockDelayMs} * 1000;
-    return mClock() - tuner.tunedAtUs >= delayUs;
+    if (tunerIndex < mTunerNeverLocks.size() && mTunerNeverLocks[tunerIndex]) return false;
+    const Transmitter& tx = mAir[tuner.transmitter];
+    const uint64_t delayUs = uint64_t{tx.lockDelayMs} * 1000;
+    const uint64_t sinceTuneUs = mClock() - tuner.tunedAtUs;
+    if (sinceTuneUs < delayUs) return false;
+    if (tx.flapPeriodMs == 0) return true;
+    // Locked for a period, unlocked for the next, and so on.
+    return ((sinceTuneUs - delayUs) / (uint64_t{tx.flapPeriodMs} * 1000)) % 2 == 0;
 }
 
 // Deterministic noise in [-amplitude, amplitude].
@@ -169,6 +198,7 @@ float SimulatedDriver::jitterLocked(float amplitude) {
 
 int SimulatedDriver::scan(uint8_t tunerIndex, const MOX_TunerParam_t& param) {
     ::android::Mutex::Autolock guard(mLock);
+    if (int fault = faultLocked(DriverFunction::Scan)) return fault;
     TunerState* tuner = tunerLocked(tunerIndex);
     if (tuner == nullptr || param.eTunerType == 0) return -1;
     tuner->tuned = true;
@@ -180,6 +210,7 @@ int SimulatedDriver::scan(uint8_t tunerIndex, const MOX_TunerParam_t& param) {
 
 int SimulatedDriver::isLocked(uint8_t tunerIndex) {
     ::android::Mutex::Autolock guard(mLock);
+    if (int fault = faultLocked(DriverFunction::IsLocked)) return fault;
     const TunerState* tuner = tunerLocked(tunerIndex);
     if (tuner == nullptr) return -1;
     return lockedLocked(tunerIndex, *tuner) ? 0 : 1;
@@ -187,6 +218,7 @@ int SimulatedDriver::isLocked(uint8_t tunerIndex) {
 
 int SimulatedDriver::getInfo(uint8_t tunerIndex, MOX_TunerSignalInfo_t* info) {
     ::android::Mutex::Autolock guard(mLock);
+    if (int fault = faultLocked(DriverFunction::GetInfo)) return fault;
     const TunerState* tuner = tunerLocked(tunerIndex);
     if (tuner == nullptr || info == nullptr) return -1;
     if (!tuner->tuned) return 0;  // an idle tuner reports nothing
@@ -212,11 +244,17 @@ int SimulatedDriver::getInfo(uint8_t tunerIndex, MOX_TunerSignalInfo_t* info) {
     info->powerlevel = static_cast<int32_t>(std::lround((tx.levelDbuV + jitterLocked(0.4f)) * 10));
     info->packetError = info->lber * 1000.0f;
     info->mer = cn - 0.8f + jitterLocked(0.2f);
+    if (tx.snr) info->snr = *tx.snr;
+    if (tx.ber) info->ber = *tx.ber;
+    if (tx.mer) info->mer = *tx.mer;
+    if (tx.lber) info->lber = *tx.lber;
+    if (tx.packetError) info->packetError = *tx.packetError;
     return 0;
 }
 
 int SimulatedDriver::getParamInfo(uint8_t tunerIndex, MOX_TunerParamInfo_t* info) {
     ::android::Mutex::Autolock guard(mLock);
+    if (int fault = faultLocked(DriverFunction::GetParamInfo)) return fault;
     const TunerState* tuner = tunerLocked(tunerIndex);
     if (tuner == nullptr || info == nullptr) return -1;
     if (!tuner->tuned) return 0;
@@ -231,6 +269,7 @@ int SimulatedDriver::getParamInfo(uint8_t tunerIndex, MOX_TunerParamInfo_t* info
 
 int SimulatedDriver::release(uint8_t tunerIndex) {
     ::android::Mutex::Autolock guard(mLock);
+    if (int fault = faultLocked(DriverFunction::Release)) return fault;
     TunerState* tuner = tunerLocked(tunerIndex);
     if (tuner == nullptr) return -1;
     *tuner = TunerState();
@@ -243,6 +282,7 @@ LnbState* SimulatedDriver::lnbLocked(int32_t lnbId) {
 
 int SimulatedDriver::setLnbMode(int32_t lnbId, uint32_t mode) {
     ::android::Mutex::Autolock guard(mLock);
+    if (int fault = faultLocked(DriverFunction::SetLNBMode)) return fault;
     LnbState* lnb = lnbLocked(lnbId);
     if (lnb == nullptr || mode > 2) return -1;
     lnb->mode = mode;
@@ -255,6 +295,7 @@ int SimulatedDriver::setLnbMode(int32_t lnbId, uint32_t mode) {
 
 int SimulatedDriver::set22k(int32_t lnbId, uint32_t on) {
     ::android::Mutex::Autolock guard(mLock);
+    if (int fault = faultLocked(DriverFunction::Set22KContinues)) return fault;
     LnbState* lnb = lnbLocked(lnbId);
     if (lnb == nullptr) return -1;
     lnb->tone = on;
@@ -265,6 +306,7 @@ int SimulatedDriver::set22k(int32_t lnbId, uint32_t on) {
 
 int SimulatedDriver::sendToneBurst(int32_t lnbId, uint32_t burst) {
     ::android::Mutex::Autolock guard(mLock);
+    if (int fault = faultLocked(DriverFunction::SendDiSEqCToneBurst)) return fault;
     LnbState* lnb = lnbLocked(lnbId);
     if (lnb == nullptr || burst > 1) return -1;
     lnb->lastBurst = static_cast<int32_t>(burst);
@@ -275,6 +317,7 @@ int SimulatedDriver::sendToneBurst(int32_t lnbId, uint32_t burst) {
 
 int SimulatedDriver::sendDiseqc(int32_t lnbId, const MOX_DiSEqCCmd_t& cmd) {
     ::android::Mutex::Autolock guard(mLock);
+    if (int fault = faultLocked(DriverFunction::SendDiSEqCCmd)) return fault;
     LnbState* lnb = lnbLocked(lnbId);
     if (lnb == nullptr || cmd.ucLen > MOX_DISEQC_MSG_MAX) return -1;
     lnb->lastDiseqc.assign(cmd.ucData, cmd.ucData + cmd.ucLen);

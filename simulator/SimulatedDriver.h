@@ -6,8 +6,10 @@
 
 #include <utils/Mutex.h>
 
+#include <array>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,6 +34,46 @@ struct Transmitter {
     // transponder is given at the LNB's output frequency and reaches every satellite tuner.
     int switchInput = -1;
     bool horizontal = false;
+    // Once locked, the lock comes and goes every this many milliseconds; 0: it holds.
+    uint32_t flapPeriodMs = 0;
+    // Figures the driver reports as they are, in place of those from level and C/N: NaN,
+    // infinities and values out of any range included.
+    std::optional<float> snr{};
+    std::optional<float> ber{};
+    std::optional<float> mer{};
+    std::optional<float> lber{};
+    std::optional<float> packetError{};
+};
+
+// The driver's entry points, for faults.
+enum class DriverFunction {
+    Init,
+    GetCapabilities,
+    Scan,
+    IsLocked,
+    GetInfo,
+    GetParamInfo,
+    Release,
+    SetLNBMode,
+    Set22KContinues,
+    SendDiSEqCToneBurst,
+    SendDiSEqCCmd,
+};
+inline constexpr size_t kDriverFunctions = 11;
+
+// A driver function that fails with a result code: on every call, on the first calls, or on
+// every n-th call.
+struct Fault {
+    int result = 0;      // 0: no fault
+    uint32_t first = 0;  // fail only the first this many calls; 0: not limited
+    uint32_t every = 0;  // fail only every this-many-th call; 0: every call
+};
+
+// How the driver misbehaves on purpose.
+struct Misbehaviour {
+    std::array<Fault, kDriverFunctions> faults{};
+    std::vector<bool> entryNeverLocks;  // per capability entry: its tuners never lock
+    uint32_t seed = 12345;              // of the figures' jitter
 };
 
 // What the driver last received for one LNB.
@@ -67,7 +109,8 @@ class SimulatedDriver {
     void setClock(Clock clock);
     void setCapabilities(const MOX_TunerCapability_t& capability);
     // The box and the air it receives; every tuner and LNB starts idle.
-    void setEnvironment(const MOX_TunerCapability_t& capability, std::vector<Transmitter> air);
+    void setEnvironment(const MOX_TunerCapability_t& capability, std::vector<Transmitter> air,
+                        Misbehaviour misbehaviour = {});
     LnbState lnb(int32_t lnbId) const;
 
     int init();
@@ -96,6 +139,8 @@ class SimulatedDriver {
     bool dishPassesLocked(uint8_t tunerIndex, const Transmitter& tx, uint32_t ifMHz) const
             REQUIRES(mLock);
     float jitterLocked(float amplitude) REQUIRES(mLock);
+    // The result a fault gives this call of the function, 0 when it does not fail.
+    int faultLocked(DriverFunction function) REQUIRES(mLock);
     TunerState* tunerLocked(uint8_t tunerIndex) REQUIRES(mLock);
     LnbState* lnbLocked(int32_t lnbId) REQUIRES(mLock);
 
@@ -106,6 +151,9 @@ class SimulatedDriver {
     std::vector<TunerState> mTuners GUARDED_BY(mLock);
     std::vector<LnbState> mLnbs GUARDED_BY(mLock);
     std::vector<int> mTunerLnbs GUARDED_BY(mLock);  // the LNB each tuner sits behind, or -1
+    std::vector<bool> mTunerNeverLocks GUARDED_BY(mLock);
+    Misbehaviour mMisbehaviour GUARDED_BY(mLock);
+    std::array<uint32_t, kDriverFunctions> mCalls GUARDED_BY(mLock){};
     uint32_t mNoiseSeed GUARDED_BY(mLock) = 12345;
 };
 

@@ -18,7 +18,7 @@ class ExampleInstallationTest : public ::testing::Test {
         vt::reset();
         const mox::sim::Environment env =
                 mox::sim::loadEnvironmentFile(std::string(EXAMPLES_DIR) + "/" + example);
-        mox::sim::simulator().setEnvironment(env.capability, env.air);
+        mox::sim::simulator().setEnvironment(env.capability, env.air, env.misbehaviour);
         mox::sim::simulator().setClock(vt::nowUs);
         mTuner = new Tuner();
         mTuner->getFrontendIds([&](Result, const hidl_vec<uint32_t>& ids) { mIds = ids; });
@@ -211,6 +211,82 @@ TEST_F(DishTest, EachSatelliteFrontendSitsBehindItsOwnLnb) {
     EXPECT_EQ(tuneIf(1, 1612, S, 22000000), NO_SIGNAL) << "LNB 1 has no voltage yet";
     mLnbs[1]->setVoltage(LnbVoltage::VOLTAGE_13V);
     EXPECT_EQ(tuneIf(1, 1612, S, 22000000), LOCKED);
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(ExampleInstallationTest, MisbehavingBoard) {
+    load("misbehaving-board.json");
+    // The record claims 9 entries and 255 cable modulations: the service reads what fits.
+    EXPECT_EQ(mIds, (std::vector<uint32_t>{0, 1}));
+    EXPECT_EQ(mLogs.matching("ucFrontendCnt:9 is beyond the record's room of 5").size(), 1u);
+    EXPECT_EQ(mLogs.matching("tQam.ucCnt:255 is beyond its room of 10").size(), 1u);
+    FrontendInfo info{};
+    mTuner->getFrontendInfo(0, [&](Result, const FrontendInfo& i) { info = i; });
+    EXPECT_EQ(info.frontendCaps.dvbcCaps().modulationCap,
+              FrontendDvbcModulation::MOD_64QAM | FrontendDvbcModulation::MOD_256QAM);
+
+    // The driver refuses the first tuning record: the tune succeeds without an event.
+    sp<Frontend> cable = mTuner->getFrontendById(0);
+    EXPECT_EQ(cable->tune(dvbc(306000000, 6900000)), Result::SUCCESS);
+    EXPECT_TRUE(mCallback->events().empty());
+    EXPECT_EQ(cable->tune(dvbc(306000000, 6900000)), Result::SUCCESS);
+    EXPECT_EQ(mCallback->events(), std::vector<FrontendEventType>{FrontendEventType::LOCKED});
+
+    // Hostile figures come out saturated; the lock comes and goes every 400 ms.
+    auto read = [&] {
+        std::vector<FrontendStatus> s;
+        cable->getStatus(
+                {FrontendStatusType::DEMOD_LOCK, FrontendStatusType::SNR, FrontendStatusType::BER,
+                 FrontendStatusType::PRE_BER, FrontendStatusType::MER},
+                [&](Result r, const hidl_vec<FrontendStatus>& st) {
+                    EXPECT_EQ(r, Result::SUCCESS);
+                    s = st;
+                });
+        return s;
+    };
+    const auto locked = read();
+    ASSERT_EQ(locked.size(), 5u);
+    EXPECT_TRUE(locked[0].isDemodLocked());
+    EXPECT_EQ(locked[1].snr(), 0) << "NaN";
+    EXPECT_EQ(locked[2].ber(), UINT32_MAX);
+    EXPECT_EQ(locked[3].preBer(), UINT32_MAX);
+    EXPECT_EQ(locked[4].mer(), INT32_MIN);
+    vt::advance(400000);
+    EXPECT_FALSE(read()[0].isDemodLocked());
+    vt::advance(400000);
+    EXPECT_TRUE(read()[0].isDemodLocked());
+
+    // A failing release is not the client's concern.
+    EXPECT_EQ(cable->stopTune(), Result::SUCCESS);
+    EXPECT_FALSE(cable->isLocked());
+
+    // The terrestrial tuner never locks, even on a multiplex that is on the air.
+    mCallback = new RecordingCallback();
+    mTuner->getFrontendById(1)->setCallback(mCallback);
+    EXPECT_EQ(mTuner->getFrontendById(1)->tune(dvbt(482000000)), Result::SUCCESS);
+    EXPECT_EQ(mCallback->events(), std::vector<FrontendEventType>{FrontendEventType::NO_SIGNAL});
+}
+
+TEST_F(ExampleInstallationTest, TheSameFileAndCallsGiveTheSameAnswers) {
+    std::vector<int32_t> runs[2];
+    for (auto& figures : runs) {
+        load("cable-network.json");
+        sp<Frontend> cable = mTuner->getFrontendById(0);
+        ASSERT_EQ(cable->tune(dvbc(306000000, 6900000)), Result::SUCCESS);
+        for (int i = 0; i < 5; ++i) {
+            cable->getStatus({FrontendStatusType::SNR, FrontendStatusType::MER},
+                             [&](Result, const hidl_vec<FrontendStatus>& s) {
+                                 figures.push_back(s[0].snr());
+                                 figures.push_back(s[1].mer());
+                             });
+        }
+        cable->stopTune();
+    }
+    EXPECT_EQ(runs[0], runs[1]);
+    EXPECT_NE(runs[0][0], runs[0][2]) << "the figures have jitter";
 }
 
 }  // namespace
