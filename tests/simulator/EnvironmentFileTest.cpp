@@ -85,6 +85,21 @@ TEST(EnvironmentFileTest, EveryBadFileGetsOneLineNamingFileLineAndField) {
              "bad\\.json:3: transmitters\\[1\\]\\.frequencyMHz: 482 MHz is already used by "
              "transmitters\\[0\\]"},
             {"no frontends", "{\"transmitters\": []}", "bad\\.json:1: frontends: missing"},
+            {"fault of an unknown function",
+             "{\"frontends\": [],\n \"faults\": {\"Tune\": {\"result\": -1}}}",
+             "bad\\.json:2: faults\\.Tune: \"Tune\" is not one of Init, .*"},
+            {"a figure that is no number",
+             "{\"frontends\": [], \"transmitters\": [{\"system\": \"DVB-C\",\n"
+             " \"frequencyMHz\": 306, \"symbolRate\": 6900000, \"figures\": {\"snr\": \"high\"}}]}",
+             "bad\\.json:2: transmitters\\[0\\]\\.figures\\.snr: \"high\" is not a number, .*"},
+            {"a transponder twice on one satellite",
+             "{\"frontends\": [], \"satellites\": [{\"input\": \"A\", \"transponders\": [\n"
+             " {\"system\": \"DVB-S\", \"frequencyMHz\": 11362, \"polarisation\": \"V\","
+             " \"symbolRate\": 22000000},\n"
+             " {\"system\": \"DVB-S2\", \"frequencyMHz\": 11362, \"polarisation\": \"V\","
+             " \"symbolRate\": 27500000}]}]}",
+             "bad\\.json:3: satellites\\[0\\]\\.transponders\\[1\\]\\.frequencyMHz: 11362 MHz V is "
+             "already used by satellites\\[0\\]\\.transponders\\[0\\]"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
