@@ -8,7 +8,7 @@ void pollWait(uint32_t microseconds) {
     usleep(microseconds);
 }
 
-void pollWait(uint32_t microseconds, PollInterrupt& interrupt) {
+void pollWaitInterruptible(uint32_t microseconds, PollInterrupt& interrupt) {
     interrupt.waitFor(microseconds);
 }
 

@@ -14,9 +14,13 @@ class PollInterrupt {
     ~PollInterrupt() = default;
 };
 
-// The pause between two polls of the driver. The device build sleeps (usleep), or waits on the
-// interrupt; a test build links its own definitions so that polling runs in virtual time.
+// The pause between two polls of the driver. The device build sleeps (usleep); a test build links
+// its own definition of pollWait so that polling runs in virtual time.
 void pollWait(uint32_t microseconds);
-void pollWait(uint32_t microseconds, PollInterrupt& interrupt);
+
+// The same pause for a scan, which a stop cuts short. The device build defines it; where a build
+// does not (a test build that only replaces pollWait), the reference is null and a scan falls
+// back to pollWait.
+__attribute__((weak)) void pollWaitInterruptible(uint32_t microseconds, PollInterrupt& interrupt);
 
 }  // namespace android::hardware::tv::tuner::V1_0::implementation

@@ -63,7 +63,11 @@ void ScanControl::waitBeforePoll(uint64_t generation, uint32_t microseconds) {
         ScanControl& control;
         const uint64_t generation;
     } interrupt(*this, generation);
-    pollWait(microseconds, interrupt);
+    if (pollWaitInterruptible != nullptr) {
+        pollWaitInterruptible(microseconds, interrupt);
+    } else {
+        pollWait(microseconds);
+    }
 }
 
 void ScanControl::waitWhileRunning(uint64_t generation, uint32_t microseconds) {

@@ -76,9 +76,7 @@ void pollWait(uint32_t microseconds) {
     if (hook) hook(now);
 }
 
-// In virtual time a wait never blocks, so there is nothing for a stop to cut short.
-void pollWait(uint32_t microseconds, PollInterrupt& /*interrupt*/) {
-    pollWait(microseconds);
-}
+// Only pollWait is replaced: a scan's wait falls back to it, in virtual time, where a wait never
+// blocks and there is nothing for a stop to cut short.
 
 }  // namespace android::hardware::tv::tuner::V1_0::implementation
