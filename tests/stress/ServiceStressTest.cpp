@@ -222,8 +222,15 @@ TEST(ServiceStressTest, EightBinderThreadsOnEveryInterface) {
     for (int round = 0; round < 2; ++round) {
         for (const sp<IFrontend>& f : frontends) EXPECT_EQ(f->stopScan(), Result::SUCCESS);
     }
+    // Every scan thread has let its frontend go: only the Tuner's reference and this test's remain
+    // (the scan threads end just after the stop that waited for them returns).
+    const auto deadline = std::chrono::steady_clock::now() + kWatchdog;
     for (const sp<IFrontend>& f : frontends) {
         EXPECT_FALSE(static_cast<Frontend*>(f.get())->isScanRunning());
+        while (f->getStrongCount() > 2 && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::yield();
+        }
+        EXPECT_EQ(f->getStrongCount(), 2);
     }
 }
 
