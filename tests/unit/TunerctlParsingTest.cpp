@@ -2,6 +2,7 @@
 
 #include "ChannelSettings.h"
 #include "Output.h"
+#include "TestSettings.h"
 #include "ValueParsing.h"
 
 using namespace tunerctl;
@@ -11,10 +12,10 @@ namespace {
 
 TEST(TunerctlParsingTest, Frequencies) {
     const std::pair<const char*, std::optional<uint32_t>> cases[] = {
-            {"474MHz", 474000000},    {"474.5 MHz", 474500000}, {"306000kHz", 306000000},
-            {"474000000", 474000000}, {"1.21GHz", 1210000000},  {"4.3GHz", std::nullopt},
-            {"MHz", std::nullopt},    {"-5MHz", std::nullopt},  {"474Mhzz", std::nullopt},
-            {"", std::nullopt}};
+            {"474MHz", 474000000},       {"474.5 MHz", 474500000}, {"306000kHz", 306000000},
+            {"474000000Hz", 474000000},  {"1.21GHz", 1210000000},  {"4.3GHz", std::nullopt},
+            {"474000000", std::nullopt}, {"MHz", std::nullopt},    {"-5MHz", std::nullopt},
+            {"474Mhzz", std::nullopt},   {"", std::nullopt}};
     for (const auto& [text, expected] : cases) EXPECT_EQ(parseFrequencyHz(text), expected) << text;
 }
 
@@ -46,6 +47,8 @@ TEST(TunerctlParsingTest, ChannelOptionsBecomeSettingsOfOneSystem) {
     std::string error;
     EXPECT_FALSE(buildSettings(options, settings, error));
     options.dvbc = "306MHz";
+    EXPECT_FALSE(buildSettings(options, settings, error));
+    EXPECT_EQ(error, "--dvbc needs --symbol-rate (e.g. 6900000, 6.9M, 6875k)");
     options.symbolRate = "6900000";
     options.modulation = "64QAM";
     ASSERT_TRUE(buildSettings(options, settings, error)) << error;
@@ -55,9 +58,68 @@ TEST(TunerctlParsingTest, ChannelOptionsBecomeSettingsOfOneSystem) {
     options.dvbt = "474MHz";
     EXPECT_FALSE(buildSettings(options, settings, error)) << "two systems at once";
     options.dvbc.clear();
+    EXPECT_FALSE(buildSettings(options, settings, error));
+    EXPECT_EQ(error, "--symbol-rate does not apply to DVB-T");
+    options.symbolRate.clear();
+    options.modulation.clear();
     options.bandwidth = "9MHz";
     EXPECT_FALSE(buildSettings(options, settings, error));
     EXPECT_NE(error.find("bandwidth"), std::string::npos);
+    options.bandwidth.clear();
+    options.dvbt = "482";
+    EXPECT_FALSE(buildSettings(options, settings, error));
+    EXPECT_EQ(error, "frequency '482' has no unit: write 482MHz (or Hz, kHz, GHz)");
+}
+
+TEST(TunerctlParsingTest, ChannelsAreCheckedAgainstTheFrontendBeforeTheDriver) {
+    FrontendInfo terrestrial{};
+    terrestrial.type = FrontendType::DVBT;
+    terrestrial.minFrequency = 174000000;
+    terrestrial.maxFrequency = 862000000;
+    FrontendDvbtCapabilities t{};
+    t.bandwidthCap = FrontendDvbtBandwidth::BANDWIDTH_8MHZ | FrontendDvbtBandwidth::BANDWIDTH_7MHZ;
+    terrestrial.frontendCaps.dvbtCaps(t);
+    FrontendInfo cable{};
+    cable.type = FrontendType::DVBC;
+    cable.minFrequency = 47000000;
+    cable.maxFrequency = 862000000;
+    cable.minSymbolRate = 1000000;
+    cable.maxSymbolRate = 7200000;
+    FrontendDvbcCapabilities c{};
+    c.modulationCap = FrontendDvbcModulation::MOD_64QAM | FrontendDvbcModulation::MOD_256QAM;
+    c.annexCap = FrontendDvbcAnnex::A | FrontendDvbcAnnex::C;
+    cable.frontendCaps.dvbcCaps(c);
+
+    using BW = FrontendDvbtBandwidth;
+    using M = FrontendDvbcModulation;
+    struct Case {
+        const FrontendInfo* info;
+        FrontendSettings settings;
+        std::string error;  // empty: accepted
+    } const cases[] = {
+            {&terrestrial, dvbt(482000000), ""},
+            {&terrestrial, dvbt(482000000, FrontendDvbtStandard::T, BW::AUTO), ""},
+            {&terrestrial, dvbc(306000000, 6900000),
+             "frontend 4 is DVBT: name the channel with --dvbt"},
+            {&terrestrial, dvbt(100000000),
+             "frequency 100000000 Hz is outside frontend 4's range 174000000 .. 862000000 Hz"},
+            {&terrestrial, dvbt(482000000, FrontendDvbtStandard::T, BW::BANDWIDTH_6MHZ),
+             "bandwidth BANDWIDTH_6MHZ is not one of frontend 4's: BANDWIDTH_8MHZ, BANDWIDTH_7MHZ"},
+            {&terrestrial, dvbt(482000000, FrontendDvbtStandard::T2),
+             "frontend 4 does not support DVB-T2"},
+            {&cable, dvbc(306000000, 6900000, M::MOD_64QAM, FrontendDvbcAnnex::C), ""},
+            {&cable, dvbc(306000000, 27500000),
+             "symbol rate 27500000 is outside frontend 4's range 1000000 .. 7200000 sym/s"},
+            {&cable, dvbc(306000000, 6900000, M::MOD_16QAM),
+             "modulation MOD_16QAM is not one of frontend 4's: MOD_64QAM, MOD_256QAM"},
+            {&cable, dvbc(306000000, 6900000, M::MOD_256QAM, FrontendDvbcAnnex::B),
+             "annex B is not one of frontend 4's: A, C"},
+    };
+    for (const Case& k : cases) {
+        std::string error;
+        EXPECT_EQ(checkAgainstFrontend(*k.info, 4, k.settings, error), k.error.empty()) << error;
+        EXPECT_EQ(error, k.error);
+    }
 }
 
 TEST(TunerctlParsingTest, JsonIsEscapedAndFlagsAreNamed) {

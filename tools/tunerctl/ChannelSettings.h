@@ -1,4 +1,5 @@
-// The channel a user names on the command line, turned into the frontend settings.
+// The channel a user names on the command line, turned into the frontend settings and checked
+// against what the frontend reports it can do.
 #pragma once
 
 #include <android/hardware/tv/tuner/1.0/types.h>
@@ -7,20 +8,29 @@
 
 namespace tunerctl {
 
+// Empty: not given on the command line.
 struct ChannelOptions {
     std::string dvbt;  // frequencies; exactly one of the three is given
     std::string dvbc;
     std::string dvbs;
-    std::string bandwidth = "8MHz";
-    std::string standard;  // T/T2/AUTO for DVB-T (default T), S/S2/AUTO for DVB-S (default S2)
-    std::string symbolRate;
-    std::string modulation = "256QAM";
-    std::string annex = "A";
+    std::string bandwidth;   // DVB-T; default 8MHz
+    std::string standard;    // DVB-T: T (default), T2, AUTO; DVB-S: S, S2 (default), S2X, AUTO
+    std::string symbolRate;  // DVB-C (required), DVB-S (default 27.5M)
+    std::string modulation;  // DVB-C; default 256QAM
+    std::string annex;       // DVB-C; default A
 };
 
-// Fills settings; on a malformed or missing value returns false with a message in error.
+// Fills settings; on a malformed, missing or misplaced value returns false with a one-line
+// message in error.
 bool buildSettings(const ChannelOptions& options,
                    ::android::hardware::tv::tuner::V1_0::FrontendSettings& settings,
                    std::string& error);
+
+// Checks the settings against the frontend's information: its delivery system, frequency and
+// symbol rate ranges and capabilities. False with a one-line message naming what is allowed.
+bool checkAgainstFrontend(const ::android::hardware::tv::tuner::V1_0::FrontendInfo& info,
+                          uint32_t frontendId,
+                          const ::android::hardware::tv::tuner::V1_0::FrontendSettings& settings,
+                          std::string& error);
 
 }  // namespace tunerctl

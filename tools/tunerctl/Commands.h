@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "ChannelSettings.h"
@@ -22,7 +23,7 @@ struct LnbOptions {
     std::string voltage;
     std::string tone;
     std::string position;
-    std::string diseqc;
+    std::optional<std::string> diseqc;  // given, if only as an empty string
 };
 int runLnb(const GlobalOptions& global, const LnbOptions& options);
 

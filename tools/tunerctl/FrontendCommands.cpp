@@ -1,25 +1,13 @@
 #include <iostream>
 
 #include "Commands.h"
+#include "ExitCodes.h"
 #include "Output.h"
 #include "TunerClient.h"
 
 namespace tunerctl {
 
 using namespace ::android::hardware::tv::tuner::V1_0;
-
-namespace {
-
-bool frontendInfo(const sp<ITuner>& tuner, uint32_t id, FrontendInfo& info) {
-    Result result = Result::UNKNOWN_ERROR;
-    tuner->getFrontendInfo(id, [&](Result r, const FrontendInfo& i) {
-        result = r;
-        info = i;
-    });
-    return result == Result::SUCCESS;
-}
-
-}  // namespace
 
 int runFrontends(const GlobalOptions& global) {
     sp<ITuner> tuner = connectTuner();
@@ -43,7 +31,7 @@ int runInfo(const GlobalOptions& global, uint32_t id) {
     FrontendInfo info{};
     if (!frontendInfo(tuner, id, info)) {
         std::cerr << "frontend " << id << ": no such frontend\n";
-        return 1;
+        return kUsageError;
     }
     std::cout << (global.json ? frontendJson(id, info) + "\n" : describeFrontend(id, info));
     return 0;

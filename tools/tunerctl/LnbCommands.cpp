@@ -2,6 +2,7 @@
 #include <iostream>
 
 #include "Commands.h"
+#include "ExitCodes.h"
 #include "Output.h"
 #include "TunerClient.h"
 #include "ValueParsing.h"
@@ -79,27 +80,37 @@ int runLnb(const GlobalOptions& global, const LnbOptions& o) {
         result = r;
         lnb = l;
     });
-    if (!report(("lnb " + std::to_string(o.id)).c_str(), result)) return 1;
+    if (result != Result::SUCCESS) {
+        std::cerr << "lnb " << o.id << ": no such LNB\n";
+        return kUsageError;
+    }
+    if (o.diseqc && !parseDiseqc(*o.diseqc)) {
+        std::cerr << "invalid DiSEqC message '" << *o.diseqc
+                  << "': 1 to 6 hex bytes, e.g. \"E0 10 38 F0\"\n";
+        return kUsageError;
+    }
 
     if (!o.voltage.empty()) {
         auto voltage = parseVoltage(o.voltage);
-        if (!voltage) return std::cerr << "invalid voltage: " << o.voltage << "\n", 2;
-        if (!report("setVoltage", lnb->setVoltage(*voltage))) return 1;
+        if (!voltage) return std::cerr << "invalid voltage: " << o.voltage << "\n", kUsageError;
+        if (!report("setVoltage", lnb->setVoltage(*voltage))) return kServiceError;
     }
     if (!o.tone.empty()) {
         auto tone = parseTone(o.tone);
-        if (!tone) return std::cerr << "invalid tone: " << o.tone << "\n", 2;
-        if (!report("setTone", lnb->setTone(*tone))) return 1;
+        if (!tone) return std::cerr << "invalid tone: " << o.tone << "\n", kUsageError;
+        if (!report("setTone", lnb->setTone(*tone))) return kServiceError;
     }
     if (!o.position.empty()) {
         auto position = parsePosition(o.position);
-        if (!position) return std::cerr << "invalid position: " << o.position << "\n", 2;
-        if (!report("setSatellitePosition", lnb->setSatellitePosition(*position))) return 1;
+        if (!position) return std::cerr << "invalid position: " << o.position << "\n", kUsageError;
+        if (!report("setSatellitePosition", lnb->setSatellitePosition(*position))) {
+            return kServiceError;
+        }
     }
-    if (!o.diseqc.empty()) {
-        auto bytes = parseDiseqc(o.diseqc);
-        if (!bytes) return std::cerr << "invalid DiSEqC message: " << o.diseqc << "\n", 2;
-        if (!report("sendDiseqcMessage", lnb->sendDiseqcMessage(*bytes))) return 1;
+    if (o.diseqc) {
+        if (!report("sendDiseqcMessage", lnb->sendDiseqcMessage(*parseDiseqc(*o.diseqc)))) {
+            return kServiceError;
+        }
     }
     showDriverState(global, o.id);
     return 0;

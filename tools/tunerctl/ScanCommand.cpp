@@ -4,6 +4,7 @@
 #include <string>
 
 #include "Commands.h"
+#include "ExitCodes.h"
 #include "FrontendEvents.h"
 #include "Output.h"
 #include "TunerClient.h"
@@ -68,6 +69,10 @@ struct ScanReport {
     }
 };
 
+int scanOutcome(bool interrupted, bool nothingFound) {
+    return interrupted ? kInterrupted : nothingFound ? kNoLock : kSuccess;
+}
+
 }  // namespace
 
 int runScan(const GlobalOptions& global, const ScanOptions& options) {
@@ -75,16 +80,25 @@ int runScan(const GlobalOptions& global, const ScanOptions& options) {
     sp<ITuner> tuner = connectTuner();
     std::string error;
     sp<IFrontend> frontend = openFrontend(tuner, options.id, error);
-    if (frontend == nullptr) return std::cerr << error << "\n", 1;
+    if (frontend == nullptr) return std::cerr << error << "\n", kUsageError;
+    // A cable scan tries the symbol rate the service would choose when none is given.
+    ChannelOptions channel = options.channel;
+    if (!channel.dvbc.empty() && channel.symbolRate.empty()) channel.symbolRate = "6875000";
     FrontendSettings settings;
-    if (!buildSettings(options.channel, settings, error)) return std::cerr << error << "\n", 2;
+    FrontendInfo info{};
+    if (!buildSettings(channel, settings, error) || !frontendInfo(tuner, options.id, info) ||
+        !checkAgainstFrontend(info, options.id, settings, error)) {
+        return std::cerr << error << "\n", kUsageError;
+    }
 
     sp<FrontendEvents> events = new FrontendEvents();
     frontend->setCallback(events);
     installInterruptHandler();
     const auto type = options.blind ? FrontendScanType::SCAN_BLIND : FrontendScanType::SCAN_AUTO;
     const Result result = frontend->scan(settings, type);
-    if (result != Result::SUCCESS) return std::cerr << "scan: " << toString(result) << "\n", 1;
+    if (result != Result::SUCCESS) {
+        return std::cerr << "scan: " << toString(result) << "\n", kServiceError;
+    }
 
     // In process the frontend is the service's object: it tells when its scan thread is done.
     const Frontend* service = static_cast<const Frontend*>(frontend.get());
@@ -114,7 +128,7 @@ int runScan(const GlobalOptions& global, const ScanOptions& options) {
                 .add("stopped", stopped);
         if (!report.found.empty()) summary.add("leftOn", report.found.back());
         std::cout << summary.str() << "\n";
-        return 0;
+        return scanOutcome(stopped, report.found.empty());
     }
     report.line(stopped ? "scan stopped" : "scan finished");
     std::cout << "found " << report.found.size() << " locked frequencies\n";
@@ -122,7 +136,7 @@ int runScan(const GlobalOptions& global, const ScanOptions& options) {
     if (!report.found.empty() && !stopped) {
         std::cout << "tuner left on " << report.found.back() << " Hz\n";
     }
-    return 0;
+    return scanOutcome(stopped, report.found.empty());
 }
 
 }  // namespace tunerctl

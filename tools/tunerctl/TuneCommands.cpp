@@ -6,6 +6,7 @@
 
 #include "Commands.h"
 #include "Demux.h"
+#include "ExitCodes.h"
 #include "FrontendEvents.h"
 #include "Output.h"
 #include "TunerClient.h"
@@ -53,28 +54,36 @@ void printStatusLine(const std::vector<FrontendStatus>& statuses) {
     std::cout << std::endl;
 }
 
-// Tunes and reports LOCKED or NO_SIGNAL; false when the tune was refused.
-bool tuneAndReport(const GlobalOptions& global, const sp<IFrontend>& frontend,
-                   const sp<FrontendEvents>& events, const ChannelOptions& channel) {
+// Checks the channel against the frontend, tunes and reports LOCKED or NO_SIGNAL. The exit
+// code: success on lock.
+int tuneAndReport(const GlobalOptions& global, const sp<ITuner>& tuner, uint32_t id,
+                  const sp<IFrontend>& frontend, const sp<FrontendEvents>& events,
+                  const ChannelOptions& channel) {
     FrontendSettings settings;
+    FrontendInfo info{};
     std::string error;
-    if (!buildSettings(channel, settings, error)) {
+    if (!buildSettings(channel, settings, error) || !frontendInfo(tuner, id, info) ||
+        !checkAgainstFrontend(info, id, settings, error)) {
         std::cerr << error << "\n";
-        return false;
+        return kUsageError;
     }
     frontend->setCallback(events);
     const Result result = frontend->tune(settings);
     if (result != Result::SUCCESS) {
         std::cerr << "tune: " << toString(result) << "\n";
-        return false;
+        return kServiceError;
     }
     const std::optional<FrontendEventType> event = events->takeEvent();
-    const std::string outcome = event ? toString(*event) : "no event (the driver refused the tune)";
-    if (!global.json) std::cout << outcome << "\n";
-    return true;
+    if (!event) {
+        std::cerr << "tune: no event (the driver refused the tune)\n";
+        return kServiceError;
+    }
+    if (!global.json) std::cout << toString(*event) << "\n";
+    return *event == FrontendEventType::LOCKED ? kSuccess : kNoLock;
 }
 
-void watch(const sp<IFrontend>& frontend) {
+// Until Ctrl-C, which is how a watch ends.
+int watch(const sp<IFrontend>& frontend) {
     installInterruptHandler();
     while (!interrupted()) {
         std::vector<FrontendStatus> statuses;
@@ -83,6 +92,7 @@ void watch(const sp<IFrontend>& frontend) {
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
         }
     }
+    return kInterrupted;
 }
 
 // Opens the frontend, tunes it when a channel is named, then shows its signal once or until
@@ -91,25 +101,27 @@ int showSignal(const GlobalOptions& global, const TuneOptions& options, bool wat
     sp<ITuner> tuner = connectTuner();
     std::string error;
     sp<IFrontend> frontend = openFrontend(tuner, options.id, error);
-    if (frontend == nullptr) return std::cerr << error << "\n", 1;
+    if (frontend == nullptr) return std::cerr << error << "\n", kUsageError;
     const ChannelOptions& c = options.channel;
+    int outcome = kSuccess;
     if (!c.dvbt.empty() || !c.dvbc.empty() || !c.dvbs.empty()) {
         sp<FrontendEvents> events = new FrontendEvents();
-        if (!tuneAndReport(global, frontend, events, c)) return 1;
+        outcome = tuneAndReport(global, tuner, options.id, frontend, events, c);
+        if (outcome != kSuccess && outcome != kNoLock) return outcome;
     }
     if (watchIt) {
-        watch(frontend);
+        const int code = watch(frontend);
         frontend->stopTune();
-        return 0;
+        return code;
     }
     std::vector<FrontendStatus> statuses;
-    if (!readStatus(frontend, statuses)) return 1;
+    if (!readStatus(frontend, statuses)) return kServiceError;
     if (global.json) {
         std::cout << statusJson(statuses) << "\n";
     } else {
         printStatusTable(statuses);
     }
-    return 0;
+    return outcome;
 }
 
 }  // namespace
@@ -118,7 +130,7 @@ int runTune(const GlobalOptions& global, const TuneOptions& options) {
     const ChannelOptions& c = options.channel;
     if (c.dvbt.empty() && c.dvbc.empty() && c.dvbs.empty()) {
         std::cerr << "name the channel with --dvbt, --dvbc or --dvbs\n";
-        return 2;
+        return kUsageError;
     }
     return showSignal(global, options, false);
 }
@@ -132,7 +144,7 @@ int runDemux(const GlobalOptions& global, const TuneOptions& options) {
     sp<ITuner> tuner = connectTuner();
     std::string error;
     sp<IFrontend> frontend = openFrontend(tuner, options.id, error);
-    if (frontend == nullptr) return std::cerr << error << "\n", 1;
+    if (frontend == nullptr) return std::cerr << error << "\n", kUsageError;
 
     sp<IDemux> demux;
     uint32_t demuxId = 0;
@@ -142,7 +154,9 @@ int runDemux(const GlobalOptions& global, const TuneOptions& options) {
         demuxId = id;
         demux = d;
     });
-    if (result != Result::SUCCESS) return std::cerr << "openDemux: " << toString(result) << "\n", 1;
+    if (result != Result::SUCCESS) {
+        return std::cerr << "openDemux: " << toString(result) << "\n", kServiceError;
+    }
     // In process the demux is the player library's object, whose input state can be read.
     const Demux* player = static_cast<const Demux*>(demux.get());
     auto input = [&] {
@@ -153,13 +167,15 @@ int runDemux(const GlobalOptions& global, const TuneOptions& options) {
     demux->setFrontendDataSource(options.id);
     std::cout << "bound to frontend " << options.id << ": input " << input() << "\n";
     sp<FrontendEvents> events = new FrontendEvents();
-    if (!tuneAndReport(global, frontend, events, options.channel)) return 1;
-    std::cout << "after tune: input " << input() << "\n";
-    frontend->stopTune();
-    std::cout << "after stopTune: input " << input() << "\n";
+    const int outcome = tuneAndReport(global, tuner, options.id, frontend, events, options.channel);
+    if (outcome == kSuccess || outcome == kNoLock) {
+        std::cout << "after tune: input " << input() << "\n";
+        frontend->stopTune();
+        std::cout << "after stopTune: input " << input() << "\n";
+    }
     demux->close();
     std::cout << "demux " << demuxId << " closed\n";
-    return 0;
+    return outcome;
 }
 
 }  // namespace tunerctl

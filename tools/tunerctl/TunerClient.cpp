@@ -49,6 +49,15 @@ sp<IFrontend> openFrontend(const sp<ITuner>& tuner, uint32_t id, std::string& er
     return frontend;
 }
 
+bool frontendInfo(const sp<ITuner>& tuner, uint32_t id, FrontendInfo& info) {
+    Result result = Result::UNKNOWN_ERROR;
+    tuner->getFrontendInfo(id, [&](Result r, const FrontendInfo& i) {
+        result = r;
+        info = i;
+    });
+    return result == Result::SUCCESS;
+}
+
 bool interrupted() {
     return gInterrupted;
 }

@@ -19,6 +19,7 @@ sp<hal::ITuner> connectTuner();
 // The frontend ids, running discovery on the first call.
 std::vector<uint32_t> frontendIds(const sp<hal::ITuner>& tuner);
 sp<hal::IFrontend> openFrontend(const sp<hal::ITuner>& tuner, uint32_t id, std::string& error);
+bool frontendInfo(const sp<hal::ITuner>& tuner, uint32_t id, hal::FrontendInfo& info);
 
 // Set by SIGINT; commands that wait check it.
 bool interrupted();

@@ -53,7 +53,7 @@ std::optional<E> lookup(const std::string& text,
 }  // namespace
 
 std::optional<uint32_t> parseFrequencyHz(const std::string& text) {
-    return parseScaled(text, {{"", 1.0}, {"HZ", 1.0}, {"KHZ", 1e3}, {"MHZ", 1e6}, {"GHZ", 1e9}});
+    return parseScaled(text, {{"HZ", 1.0}, {"KHZ", 1e3}, {"MHZ", 1e6}, {"GHZ", 1e9}});
 }
 
 std::optional<uint32_t> parseSymbolRate(const std::string& text) {
@@ -121,7 +121,7 @@ std::optional<LnbPosition> parsePosition(const std::string& text) {
 
 std::optional<std::vector<uint8_t>> parseDiseqc(const std::string& text) {
     const std::string hex = normalized(text);
-    if (hex.size() % 2 != 0) return std::nullopt;
+    if (hex.empty() || hex.size() % 2 != 0) return std::nullopt;
     std::vector<uint8_t> bytes;
     for (size_t i = 0; i < hex.size(); i += 2) {
         if (!std::isxdigit(static_cast<unsigned char>(hex[i])) ||

@@ -12,8 +12,8 @@ namespace tunerctl {
 
 namespace hal = ::android::hardware::tv::tuner::V1_0;
 
-// "474MHz", "474.5 MHz", "306000kHz", "474000000" (Hz) -> Hz; nullopt when malformed or beyond
-// 32 bits.
+// "474MHz", "474.5 MHz", "306000kHz", "474000000Hz" -> Hz; nullopt without a unit, when malformed
+// or beyond 32 bits.
 std::optional<uint32_t> parseFrequencyHz(const std::string& text);
 // "6900000", "6.9M", "6900k" -> symbols per second.
 std::optional<uint32_t> parseSymbolRate(const std::string& text);
@@ -26,7 +26,7 @@ std::optional<hal::FrontendDvbcAnnex> parseAnnex(const std::string& text);      
 std::optional<hal::LnbVoltage> parseVoltage(const std::string& text);    // "13V", "18V", "NONE"
 std::optional<hal::LnbTone> parseTone(const std::string& text);          // on, off
 std::optional<hal::LnbPosition> parsePosition(const std::string& text);  // A, B, NONE
-// "E0 10 38 F0" or "e01038f0" -> bytes; nullopt when a byte is malformed.
+// "E0 10 38 F0" or "e01038f0" -> bytes; nullopt when empty or a byte is malformed.
 std::optional<std::vector<uint8_t>> parseDiseqc(const std::string& text);
 
 }  // namespace tunerctl

@@ -5,28 +5,57 @@
 #include <CLI/CLI.hpp>
 
 #include "Commands.h"
+#include "ExitCodes.h"
 
 namespace {
 
+const std::vector<std::string> kBandwidths = {"8MHz",  "7MHz",   "6MHz", "5MHz",
+                                              "10MHz", "1.7MHz", "auto"};
+const std::vector<std::string> kStandards = {"T", "T2", "S", "S2", "S2X", "AUTO"};
+const std::vector<std::string> kModulations = {"16QAM",  "32QAM",  "64QAM",
+                                               "128QAM", "256QAM", "AUTO"};
+const std::vector<std::string> kAnnexes = {"A", "B", "C"};
+// The driver has two LNB supply modes: 13 V (vertical) and 18 V (horizontal), each also asked
+// for by the raised voltage that makes up for a long cable.
+const std::vector<std::string> kVoltages = {"13V", "14V", "18V", "19V", "off"};
+
+CLI::Option* oneOf(CLI::Option* option, const std::vector<std::string>& values) {
+    return option->check(CLI::IsMember(values, CLI::ignore_case));
+}
+
 void addChannelOptions(CLI::App* command, tunerctl::ChannelOptions& c) {
-    command->add_option("--dvbt", c.dvbt, "DVB-T/T2 centre frequency, e.g. 474MHz");
-    command->add_option("--dvbc", c.dvbc, "DVB-C centre frequency, e.g. 306MHz");
-    command->add_option("--dvbs", c.dvbs, "DVB-S/S2 frequency at the LNB output, e.g. 1210MHz");
-    command->add_option("--bandwidth", c.bandwidth, "DVB-T channel bandwidth (8MHz, 7MHz, ...)");
-    command->add_option("--standard", c.standard, "T, T2, AUTO (DVB-T); S, S2, AUTO (DVB-S)");
-    command->add_option("--symbol-rate", c.symbolRate, "symbols per second (DVB-C, DVB-S)");
-    command->add_option("--modulation", c.modulation, "DVB-C QAM: 16QAM .. 256QAM, AUTO");
-    command->add_option("--annex", c.annex, "DVB-C annex: A, B, C");
+    command->add_option("--dvbt", c.dvbt, "DVB-T/T2 centre frequency with its unit, e.g. 474MHz");
+    command->add_option("--dvbc", c.dvbc, "DVB-C centre frequency with its unit, e.g. 306MHz");
+    command->add_option("--dvbs", c.dvbs,
+                        "DVB-S/S2 frequency at the LNB output with its unit, e.g. 1210MHz");
+    oneOf(command->add_option("--bandwidth", c.bandwidth, "DVB-T channel bandwidth (default 8MHz)"),
+          kBandwidths);
+    oneOf(command->add_option("--standard", c.standard,
+                              "DVB-T: T (default), T2, AUTO; DVB-S: S, S2 (default), S2X, AUTO"),
+          kStandards);
+    command->add_option("--symbol-rate", c.symbolRate,
+                        "symbols per second, e.g. 6900000, 6.9M, 6875k (DVB-C: required, but a "
+                        "scan defaults to 6875k; DVB-S default 27.5M)");
+    oneOf(command->add_option("--modulation", c.modulation, "DVB-C QAM (default 256QAM)"),
+          kModulations);
+    oneOf(command->add_option("--annex", c.annex, "DVB-C annex (default A)"), kAnnexes);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     CLI::App app{"tunerctl: talk to the TV tuner service on the simulated driver"};
+    app.footer(tunerctl::kExitCodesHelp);
+    app.set_version_flag("--version", "tunerctl 2.0 (android.hardware.tv.tuner@1.0)");
+    // Global flags are accepted anywhere on the line, also after the subcommand.
+    app.fallthrough();
     tunerctl::GlobalOptions global;
-    bool verbose = false;
+    int verbosity = 0;
+    bool quiet = false;
     app.add_flag("--json", global.json, "machine-readable output");
-    app.add_flag("-v,--verbose", verbose, "show the service's debug log");
+    app.add_flag("-v,--verbose", verbosity,
+                 "-v shows the service's informational log, -vv its debug log too");
+    app.add_flag("-q,--quiet", quiet, "show no service log, not even warnings");
 
     app.add_subcommand("frontends", "list the frontends and their capabilities");
     uint32_t infoId = 0;
@@ -36,10 +65,10 @@ int main(int argc, char** argv) {
     tunerctl::LnbOptions lnb;
     CLI::App* lnbCommand = app.add_subcommand("lnb", "drive an LNB and show what the driver got");
     lnbCommand->add_option("id", lnb.id)->required();
-    lnbCommand->add_option("--voltage", lnb.voltage, "NONE, 13V, 18V, ...");
-    lnbCommand->add_option("--tone", lnb.tone, "22 kHz tone: on, off");
-    lnbCommand->add_option("--position", lnb.position, "tone burst: A, B");
-    lnbCommand->add_option("--diseqc", lnb.diseqc, "DiSEqC bytes, e.g. \"E0 10 38 F0\"");
+    oneOf(lnbCommand->add_option("--voltage", lnb.voltage, "LNB supply"), kVoltages);
+    oneOf(lnbCommand->add_option("--tone", lnb.tone, "22 kHz tone"), {"on", "off"});
+    oneOf(lnbCommand->add_option("--position", lnb.position, "tone burst"), {"A", "B"});
+    lnbCommand->add_option("--diseqc", lnb.diseqc, "DiSEqC bytes, 1 to 6, e.g. \"E0 10 38 F0\"");
 
     tunerctl::TuneOptions tune;
     CLI::App* tuneCommand = app.add_subcommand("tune", "tune a channel and show its signal");
@@ -65,9 +94,17 @@ int main(int argc, char** argv) {
     scanCommand->add_flag("--blind", scan.blind, "blind scan");
     addChannelOptions(scanCommand, scan.channel);
 
-    app.fallthrough();
-    CLI11_PARSE(app, argc, argv);
-    __android_log_set_minimum_priority(verbose ? ANDROID_LOG_DEBUG : ANDROID_LOG_WARN);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        // Help and version are answers, every other parse error a usage error.
+        const int code = app.exit(e);
+        return code == 0 ? tunerctl::kSuccess : tunerctl::kUsageError;
+    }
+    __android_log_set_minimum_priority(quiet            ? ANDROID_LOG_SILENT
+                                       : verbosity >= 2 ? ANDROID_LOG_DEBUG
+                                       : verbosity == 1 ? ANDROID_LOG_INFO
+                                                        : ANDROID_LOG_WARN);
 
     if (app.got_subcommand("frontends")) return tunerctl::runFrontends(global);
     if (app.got_subcommand("info")) return tunerctl::runInfo(global, infoId);
