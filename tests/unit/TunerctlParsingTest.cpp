@@ -2,6 +2,7 @@
 
 #include "ChannelSettings.h"
 #include "Output.h"
+#include "ScanResults.h"
 #include "TestSettings.h"
 #include "ValueParsing.h"
 
@@ -120,6 +121,35 @@ TEST(TunerctlParsingTest, ChannelsAreCheckedAgainstTheFrontendBeforeTheDriver) {
         EXPECT_EQ(checkAgainstFrontend(*k.info, 4, k.settings, error), k.error.empty()) << error;
         EXPECT_EQ(error, k.error);
     }
+}
+
+TEST(TunerctlParsingTest, ConsecutiveSweepLocksAreOneMultiplex) {
+    std::vector<uint32_t> locks;
+    for (uint32_t hz = 474000000; hz < 475000000; hz += 50000) locks.push_back(hz);
+    locks.push_back(476500000);
+    const std::vector<Multiplex> found = mergeLocks(locks, 50000);
+    ASSERT_EQ(found.size(), 2u);
+    EXPECT_EQ(found[0].firstHz, 474000000u);
+    EXPECT_EQ(found[0].lastHz, 474950000u);
+    EXPECT_EQ(found[0].steps, 20u);
+    EXPECT_EQ(found[0].centreHz(), 474475000u);
+    EXPECT_EQ(found[1].centreHz(), 476500000u);
+    EXPECT_EQ(found[1].steps, 1u);
+    EXPECT_TRUE(mergeLocks({}, 50000).empty());
+}
+
+TEST(TunerctlParsingTest, TheProgressLineFitsTheTerminal) {
+    for (int width : {120, 80, 40, 20}) {
+        const std::string line = progressLine(42, 474350000, 65, width);
+        SCOPED_TRACE(line);
+        EXPECT_LE(static_cast<int>(line.size()), width);
+        EXPECT_EQ(line.find('\n'), std::string::npos);
+    }
+    const std::string wide = progressLine(42, 474350000, 65, 80);
+    EXPECT_EQ(wide.substr(wide.size() - 27), " 42% 474.35 MHz ~1m05s left");
+    EXPECT_EQ(wide.front(), '[');
+    EXPECT_EQ(progressLine(42, 474350000, 65, 36), " 42% 474.35 MHz ~1m05s left") << "no room";
+    EXPECT_EQ(progressLine(100, 478950000, 0, 60).front(), '[');
 }
 
 TEST(TunerctlParsingTest, JsonIsEscapedAndFlagsAreNamed) {

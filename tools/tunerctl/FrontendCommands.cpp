@@ -30,8 +30,8 @@ int runInfo(const GlobalOptions& global, uint32_t id) {
     frontendIds(tuner);
     FrontendInfo info{};
     if (!frontendInfo(tuner, id, info)) {
-        std::cerr << "frontend " << id << ": no such frontend\n";
-        return kUsageError;
+        return reportFailure(global.json, kUsageError,
+                             "frontend " + std::to_string(id) + ": no such frontend");
     }
     std::cout << (global.json ? frontendJson(id, info) + "\n" : describeFrontend(id, info));
     return 0;

@@ -47,9 +47,9 @@ void showDriverState(const GlobalOptions& global, uint32_t id) {
               << ", last DiSEqC [" << hexBytes(s.lastDiseqc) << "]\n";
 }
 
-bool report(const char* what, Result result) {
+bool report(bool json, const char* what, Result result) {
     if (result == Result::SUCCESS) return true;
-    std::cerr << what << ": " << toString(result) << "\n";
+    reportFailure(json, kServiceError, std::string(what) + ": " + toString(result));
     return false;
 }
 
@@ -81,34 +81,37 @@ int runLnb(const GlobalOptions& global, const LnbOptions& o) {
         lnb = l;
     });
     if (result != Result::SUCCESS) {
-        std::cerr << "lnb " << o.id << ": no such LNB\n";
-        return kUsageError;
+        return reportFailure(global.json, kUsageError,
+                             "lnb " + std::to_string(o.id) + ": no such LNB");
     }
     if (o.diseqc && !parseDiseqc(*o.diseqc)) {
-        std::cerr << "invalid DiSEqC message '" << *o.diseqc
-                  << "': 1 to 6 hex bytes, e.g. \"E0 10 38 F0\"\n";
-        return kUsageError;
+        return reportFailure(global.json, kUsageError,
+                             "invalid DiSEqC message '" + *o.diseqc +
+                                     "': 1 to 6 hex bytes, e.g. \"E0 10 38 F0\"");
     }
 
     if (!o.voltage.empty()) {
         auto voltage = parseVoltage(o.voltage);
-        if (!voltage) return std::cerr << "invalid voltage: " << o.voltage << "\n", kUsageError;
-        if (!report("setVoltage", lnb->setVoltage(*voltage))) return kServiceError;
+        if (!voltage)
+            return reportFailure(global.json, kUsageError, "invalid voltage: " + o.voltage);
+        if (!report(global.json, "setVoltage", lnb->setVoltage(*voltage))) return kServiceError;
     }
     if (!o.tone.empty()) {
         auto tone = parseTone(o.tone);
-        if (!tone) return std::cerr << "invalid tone: " << o.tone << "\n", kUsageError;
-        if (!report("setTone", lnb->setTone(*tone))) return kServiceError;
+        if (!tone) return reportFailure(global.json, kUsageError, "invalid tone: " + o.tone);
+        if (!report(global.json, "setTone", lnb->setTone(*tone))) return kServiceError;
     }
     if (!o.position.empty()) {
         auto position = parsePosition(o.position);
-        if (!position) return std::cerr << "invalid position: " << o.position << "\n", kUsageError;
-        if (!report("setSatellitePosition", lnb->setSatellitePosition(*position))) {
+        if (!position)
+            return reportFailure(global.json, kUsageError, "invalid position: " + o.position);
+        if (!report(global.json, "setSatellitePosition", lnb->setSatellitePosition(*position))) {
             return kServiceError;
         }
     }
     if (o.diseqc) {
-        if (!report("sendDiseqcMessage", lnb->sendDiseqcMessage(*parseDiseqc(*o.diseqc)))) {
+        if (!report(global.json, "sendDiseqcMessage",
+                    lnb->sendDiseqcMessage(*parseDiseqc(*o.diseqc)))) {
             return kServiceError;
         }
     }

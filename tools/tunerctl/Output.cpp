@@ -1,6 +1,7 @@
 #include "Output.h"
 
 #include <cstdio>
+#include <iostream>
 #include <sstream>
 
 namespace tunerctl {
@@ -70,7 +71,7 @@ std::vector<std::string> statusCapNames(const FrontendInfo& info) {
 }
 
 std::string hierarchyName(FrontendDvbtHierarchy hierarchy) {
-    return hierarchy == FrontendDvbtHierarchy::UNDEFINED ? "-" : toString(hierarchy);
+    return toString(hierarchy);  // the same name in the text and the JSON
 }
 
 }  // namespace
@@ -219,11 +220,24 @@ std::vector<std::pair<std::string, std::string>> statusRows(
             case D::isRfLocked:
                 rows.emplace_back("RF lock", s.isRfLocked() ? "yes" : "no");
                 break;
+            case D::signalStrength:
+                rows.emplace_back("strength", std::to_string(s.signalStrength()));
+                break;
             default:
                 break;
         }
     }
     return rows;
+}
+
+int reportFailure(bool json, int code, const std::string& message) {
+    if (json) {
+        std::cout << JsonObject().add("error", message).add("exit", int32_t{code}).str()
+                  << std::endl;
+    } else {
+        std::cerr << message << std::endl;
+    }
+    return code;
 }
 
 std::string statusJson(const std::vector<FrontendStatus>& statuses) {
@@ -256,10 +270,13 @@ std::string statusJson(const std::vector<FrontendStatus>& statuses) {
                 json.add("plpId", uint32_t{s.plpId()});
                 break;
             case D::hierarchy:
-                json.add("hierarchy", toString(s.hierarchy()));
+                json.add("hierarchy", hierarchyName(s.hierarchy()));
                 break;
             case D::isRfLocked:
                 json.add("rfLocked", s.isRfLocked());
+                break;
+            case D::signalStrength:
+                json.add("strength", s.signalStrength());
                 break;
             default:
                 break;

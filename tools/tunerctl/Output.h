@@ -57,4 +57,8 @@ std::vector<std::pair<std::string, std::string>> statusRows(
         const std::vector<hal::FrontendStatus>& statuses);
 std::string statusJson(const std::vector<hal::FrontendStatus>& statuses);
 
+// Reports a failure as one line: {"error": ..., "exit": code} on stdout for --json, the message on
+// stderr otherwise. Returns code.
+int reportFailure(bool json, int code, const std::string& message);
+
 }  // namespace tunerctl

@@ -1,5 +1,7 @@
+#include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <iostream>
 #include <string>
 
@@ -7,6 +9,7 @@
 #include "ExitCodes.h"
 #include "FrontendEvents.h"
 #include "Output.h"
+#include "ScanResults.h"
 #include "TunerClient.h"
 #include "frontend/Frontend.h"
 
@@ -16,26 +19,47 @@ using namespace ::android::hardware::tv::tuner::V1_0;
 
 namespace {
 
-constexpr int kBarWidth = 40;
+// The cable sweep's step: locks this close together are one multiplex.
+constexpr uint32_t kSweepStepHz = 50000;
 
-void drawProgress(int percent) {
-    const int filled = percent * kBarWidth / 100;
-    std::cerr << "\r[" << std::string(filled, '#') << std::string(kBarWidth - filled, ' ') << "] "
-              << percent << "%" << std::flush;
+int terminalWidth() {
+    struct winsize size {};
+    if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
+    return 80;
 }
 
-// Prints one scan message as it arrives and keeps what the summary needs.
+// Prints each scan message as it arrives (a JSON object per line for --json) and keeps what the
+// summary needs. On a terminal the progress redraws one line on stderr; in a pipe it stays out.
 struct ScanReport {
     bool json = false;
+    bool bar = false;
+    bool sweep = false;  // a blind cable sweep, whose progress says which frequency it tries
+    uint32_t startHz = 0;
+    std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
     bool progressShown = false;
     uint32_t lastFrequency = 0;
     std::vector<uint32_t> found;
-    std::vector<std::string> jsonMessages;
+
+    void clearBar() {
+        if (progressShown) std::cerr << "\r\x1b[K" << std::flush;
+        progressShown = false;
+    }
 
     void line(const std::string& text) {
-        if (progressShown) std::cerr << "\n";
-        progressShown = false;
+        clearBar();
         std::cout << text << std::endl;
+    }
+
+    void drawProgress(int percent) {
+        const double elapsed =
+                std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+        const double left = percent > 0 ? elapsed * (100 - percent) / percent : 0;
+        const uint32_t current =
+                sweep && percent > 0 ? startHz + static_cast<uint32_t>(percent - 1) * kSweepStepHz
+                                     : startHz;
+        std::cerr << "\r" << progressLine(percent, current, left, terminalWidth() - 1) << "\x1b[K"
+                  << std::flush;
+        progressShown = true;
     }
 
     void take(FrontendScanMessageType type, const FrontendScanMessage& message) {
@@ -44,11 +68,7 @@ struct ScanReport {
         switch (type) {
             case FrontendScanMessageType::PROGRESS_PERCENT:
                 entry.add("percent", uint32_t{message.progressPercent()});
-                // The bar redraws in place, which only a terminal shows as such.
-                if (!json && isatty(STDERR_FILENO)) {
-                    drawProgress(message.progressPercent());
-                    progressShown = true;
-                }
+                if (bar) drawProgress(message.progressPercent());
                 break;
             case FrontendScanMessageType::FREQUENCY:
                 lastFrequency = message.frequencies().size() > 0 ? message.frequencies()[0] : 0;
@@ -65,9 +85,27 @@ struct ScanReport {
             default:
                 break;
         }
-        jsonMessages.push_back(entry.str());
+        if (json) std::cout << entry.str() << std::endl;
     }
 };
+
+std::string multiplexJson(const Multiplex& m) {
+    return JsonObject()
+            .add("frequency", m.centreHz())
+            .add("first", m.firstHz)
+            .add("last", m.lastHz)
+            .add("steps", m.steps)
+            .str();
+}
+
+std::string multiplexText(const Multiplex& m) {
+    std::string text = "  " + std::to_string(m.centreHz()) + " Hz";
+    if (m.steps > 1) {
+        text += " (" + std::to_string(m.firstHz) + " .. " + std::to_string(m.lastHz) + " Hz, " +
+                std::to_string(m.steps) + " steps)";
+    }
+    return text;
+}
 
 int scanOutcome(bool interrupted, bool nothingFound) {
     return interrupted ? kInterrupted : nothingFound ? kNoLock : kSuccess;
@@ -80,7 +118,7 @@ int runScan(const GlobalOptions& global, const ScanOptions& options) {
     sp<ITuner> tuner = connectTuner();
     std::string error;
     sp<IFrontend> frontend = openFrontend(tuner, options.id, error);
-    if (frontend == nullptr) return std::cerr << error << "\n", kUsageError;
+    if (frontend == nullptr) return reportFailure(global.json, kUsageError, error);
     // A cable scan tries the symbol rate the service would choose when none is given.
     ChannelOptions channel = options.channel;
     if (!channel.dvbc.empty() && channel.symbolRate.empty()) channel.symbolRate = "6875000";
@@ -88,7 +126,7 @@ int runScan(const GlobalOptions& global, const ScanOptions& options) {
     FrontendInfo info{};
     if (!buildSettings(channel, settings, error) || !frontendInfo(tuner, options.id, info) ||
         !checkAgainstFrontend(info, options.id, settings, error)) {
-        return std::cerr << error << "\n", kUsageError;
+        return reportFailure(global.json, kUsageError, error);
     }
 
     sp<FrontendEvents> events = new FrontendEvents();
@@ -97,13 +135,19 @@ int runScan(const GlobalOptions& global, const ScanOptions& options) {
     const auto type = options.blind ? FrontendScanType::SCAN_BLIND : FrontendScanType::SCAN_AUTO;
     const Result result = frontend->scan(settings, type);
     if (result != Result::SUCCESS) {
-        return std::cerr << "scan: " << toString(result) << "\n", kServiceError;
+        return reportFailure(global.json, kServiceError, "scan: " + toString(result));
     }
 
     // In process the frontend is the service's object: it tells when its scan thread is done.
     const Frontend* service = static_cast<const Frontend*>(frontend.get());
     ScanReport report;
     report.json = global.json;
+    report.bar = !global.json && isatty(STDERR_FILENO);
+    report.sweep = options.blind && !channel.dvbc.empty();
+    using D = FrontendSettings::hidl_discriminator;
+    report.startHz = settings.getDiscriminator() == D::dvbc   ? settings.dvbc().frequency
+                     : settings.getDiscriminator() == D::dvbt ? settings.dvbt().frequency
+                                                              : settings.dvbs().frequency;
     bool stopped = false;
     while (true) {
         if (interrupted() && !stopped) {
@@ -117,22 +161,23 @@ int runScan(const GlobalOptions& global, const ScanOptions& options) {
             break;
         }
     }
+    report.clearBar();
     if (!stopped) frontend->stopScan();
 
+    const std::vector<Multiplex> multiplexes = mergeLocks(report.found, kSweepStepHz);
     if (global.json) {
         std::vector<std::string> found;
-        for (uint32_t f : report.found) found.push_back(std::to_string(f));
+        for (const Multiplex& m : multiplexes) found.push_back(multiplexJson(m));
         JsonObject summary;
-        summary.addRaw("messages", jsonArray(report.jsonMessages))
-                .addRaw("found", jsonArray(found))
-                .add("stopped", stopped);
-        if (!report.found.empty()) summary.add("leftOn", report.found.back());
-        std::cout << summary.str() << "\n";
+        summary.addRaw("found", jsonArray(found)).add("stopped", stopped);
+        if (!report.found.empty() && !stopped) summary.add("leftOn", report.found.back());
+        std::cout << summary.str() << std::endl;
         return scanOutcome(stopped, report.found.empty());
     }
-    report.line(stopped ? "scan stopped" : "scan finished");
-    std::cout << "found " << report.found.size() << " locked frequencies\n";
-    for (uint32_t f : report.found) std::cout << "  " << f << " Hz\n";
+    std::cout << (stopped ? "scan stopped" : "scan finished") << "\n";
+    std::cout << "found " << multiplexes.size()
+              << (multiplexes.size() == 1 ? " multiplex\n" : " multiplexes\n");
+    for (const Multiplex& m : multiplexes) std::cout << multiplexText(m) << "\n";
     if (!report.found.empty() && !stopped) {
         std::cout << "tuner left on " << report.found.back() << " Hz\n";
     }

@@ -17,24 +17,43 @@ using namespace ::android::hardware::tv::tuner::V1_0;
 
 namespace {
 
-const std::vector<FrontendStatusType> kMonitorTypes = {FrontendStatusType::DEMOD_LOCK,
-                                                       FrontendStatusType::SNR,
-                                                       FrontendStatusType::BER,
-                                                       FrontendStatusType::PRE_BER,
-                                                       FrontendStatusType::MER,
-                                                       FrontendStatusType::AGC,
-                                                       FrontendStatusType::SIGNAL_QUALITY,
-                                                       FrontendStatusType::PLP_ID,
-                                                       FrontendStatusType::HIERARCHY};
+// The status types a monitor shows, in this order; it asks only for those the frontend reports.
+const FrontendStatusType kMonitorTypes[] = {FrontendStatusType::DEMOD_LOCK,
+                                            FrontendStatusType::RF_LOCK,
+                                            FrontendStatusType::SIGNAL_STRENGTH,
+                                            FrontendStatusType::SIGNAL_QUALITY,
+                                            FrontendStatusType::SNR,
+                                            FrontendStatusType::MER,
+                                            FrontendStatusType::BER,
+                                            FrontendStatusType::PRE_BER,
+                                            FrontendStatusType::AGC,
+                                            FrontendStatusType::PLP_ID,
+                                            FrontendStatusType::HIERARCHY};
 
-bool readStatus(const sp<IFrontend>& frontend, std::vector<FrontendStatus>& statuses) {
+std::vector<FrontendStatusType> monitorTypes(const FrontendInfo& info) {
+    std::vector<FrontendStatusType> types;
+    for (FrontendStatusType type : kMonitorTypes) {
+        for (FrontendStatusType cap : info.statusCaps) {
+            if (cap == type) {
+                types.push_back(type);
+                break;
+            }
+        }
+    }
+    return types;
+}
+
+bool readStatus(bool json, const sp<IFrontend>& frontend,
+                const std::vector<FrontendStatusType>& types,
+                std::vector<FrontendStatus>& statuses) {
     Result result = Result::UNKNOWN_ERROR;
-    frontend->getStatus(hidl_vec<FrontendStatusType>(kMonitorTypes),
+    frontend->getStatus(hidl_vec<FrontendStatusType>(types),
                         [&](Result r, const hidl_vec<FrontendStatus>& s) {
                             result = r;
                             statuses = s;
                         });
-    if (result != Result::SUCCESS) std::cerr << "getStatus: " << toString(result) << "\n";
+    if (result != Result::SUCCESS)
+        reportFailure(json, kServiceError, "getStatus: " + toString(result));
     return result == Result::SUCCESS;
 }
 
@@ -44,11 +63,21 @@ void printStatusTable(const std::vector<FrontendStatus>& statuses) {
     }
 }
 
-void printStatusLine(const std::vector<FrontendStatus>& statuses) {
+// One line per sample: its number, the time and the figures; a JSON object per line for --json.
+void printStatusLine(bool json, uint64_t sample, const std::vector<FrontendStatus>& statuses) {
     const std::time_t now = std::time(nullptr);
     char clock[16];
     std::strftime(clock, sizeof(clock), "%H:%M:%S", std::localtime(&now));
-    std::cout << clock;
+    if (json) {
+        std::cout << JsonObject()
+                             .add("sample", sample)
+                             .add("time", clock)
+                             .addRaw("status", statusJson(statuses))
+                             .str()
+                  << std::endl;
+        return;
+    }
+    std::cout << "#" << sample << " " << clock;
     for (const auto& [name, value] : statusRows(statuses))
         std::cout << "  " << name << " " << value;
     std::cout << std::endl;
@@ -64,30 +93,28 @@ int tuneAndReport(const GlobalOptions& global, const sp<ITuner>& tuner, uint32_t
     std::string error;
     if (!buildSettings(channel, settings, error) || !frontendInfo(tuner, id, info) ||
         !checkAgainstFrontend(info, id, settings, error)) {
-        std::cerr << error << "\n";
-        return kUsageError;
+        return reportFailure(global.json, kUsageError, error);
     }
     frontend->setCallback(events);
     const Result result = frontend->tune(settings);
     if (result != Result::SUCCESS) {
-        std::cerr << "tune: " << toString(result) << "\n";
-        return kServiceError;
+        return reportFailure(global.json, kServiceError, "tune: " + toString(result));
     }
     const std::optional<FrontendEventType> event = events->takeEvent();
     if (!event) {
-        std::cerr << "tune: no event (the driver refused the tune)\n";
-        return kServiceError;
+        return reportFailure(global.json, kServiceError,
+                             "tune: no event (the driver refused the tune)");
     }
     if (!global.json) std::cout << toString(*event) << "\n";
     return *event == FrontendEventType::LOCKED ? kSuccess : kNoLock;
 }
 
 // Until Ctrl-C, which is how a watch ends.
-int watch(const sp<IFrontend>& frontend) {
+int watch(bool json, const sp<IFrontend>& frontend, const std::vector<FrontendStatusType>& types) {
     installInterruptHandler();
-    while (!interrupted()) {
+    for (uint64_t sample = 1; !interrupted(); ++sample) {
         std::vector<FrontendStatus> statuses;
-        if (readStatus(frontend, statuses)) printStatusLine(statuses);
+        if (readStatus(json, frontend, types, statuses)) printStatusLine(json, sample, statuses);
         for (int i = 0; i < 10 && !interrupted(); ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
         }
@@ -101,7 +128,7 @@ int showSignal(const GlobalOptions& global, const TuneOptions& options, bool wat
     sp<ITuner> tuner = connectTuner();
     std::string error;
     sp<IFrontend> frontend = openFrontend(tuner, options.id, error);
-    if (frontend == nullptr) return std::cerr << error << "\n", kUsageError;
+    if (frontend == nullptr) return reportFailure(global.json, kUsageError, error);
     const ChannelOptions& c = options.channel;
     int outcome = kSuccess;
     if (!c.dvbt.empty() || !c.dvbc.empty() || !c.dvbs.empty()) {
@@ -109,13 +136,16 @@ int showSignal(const GlobalOptions& global, const TuneOptions& options, bool wat
         outcome = tuneAndReport(global, tuner, options.id, frontend, events, c);
         if (outcome != kSuccess && outcome != kNoLock) return outcome;
     }
+    FrontendInfo info{};
+    frontendInfo(tuner, options.id, info);
+    const std::vector<FrontendStatusType> types = monitorTypes(info);
     if (watchIt) {
-        const int code = watch(frontend);
+        const int code = watch(global.json, frontend, types);
         frontend->stopTune();
         return code;
     }
     std::vector<FrontendStatus> statuses;
-    if (!readStatus(frontend, statuses)) return kServiceError;
+    if (!readStatus(global.json, frontend, types, statuses)) return kServiceError;
     if (global.json) {
         std::cout << statusJson(statuses) << "\n";
     } else {
@@ -129,8 +159,8 @@ int showSignal(const GlobalOptions& global, const TuneOptions& options, bool wat
 int runTune(const GlobalOptions& global, const TuneOptions& options) {
     const ChannelOptions& c = options.channel;
     if (c.dvbt.empty() && c.dvbc.empty() && c.dvbs.empty()) {
-        std::cerr << "name the channel with --dvbt, --dvbc or --dvbs\n";
-        return kUsageError;
+        return reportFailure(global.json, kUsageError,
+                             "name the channel with --dvbt, --dvbc or --dvbs");
     }
     return showSignal(global, options, false);
 }
@@ -144,7 +174,7 @@ int runDemux(const GlobalOptions& global, const TuneOptions& options) {
     sp<ITuner> tuner = connectTuner();
     std::string error;
     sp<IFrontend> frontend = openFrontend(tuner, options.id, error);
-    if (frontend == nullptr) return std::cerr << error << "\n", kUsageError;
+    if (frontend == nullptr) return reportFailure(global.json, kUsageError, error);
 
     sp<IDemux> demux;
     uint32_t demuxId = 0;
@@ -155,7 +185,7 @@ int runDemux(const GlobalOptions& global, const TuneOptions& options) {
         demux = d;
     });
     if (result != Result::SUCCESS) {
-        return std::cerr << "openDemux: " << toString(result) << "\n", kServiceError;
+        return reportFailure(global.json, kServiceError, "openDemux: " + toString(result));
     }
     // In process the demux is the player library's object, whose input state can be read.
     const Demux* player = static_cast<const Demux*>(demux.get());

@@ -6,6 +6,7 @@
 
 #include "Commands.h"
 #include "ExitCodes.h"
+#include "Output.h"
 
 namespace {
 
@@ -39,6 +40,13 @@ void addChannelOptions(CLI::App* command, tunerctl::ChannelOptions& c) {
     oneOf(command->add_option("--modulation", c.modulation, "DVB-C QAM (default 256QAM)"),
           kModulations);
     oneOf(command->add_option("--annex", c.annex, "DVB-C annex (default A)"), kAnnexes);
+}
+
+bool wantsJson(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+        if (std::string(argv[i]) == "--json") return true;
+    }
+    return false;
 }
 
 }  // namespace
@@ -97,7 +105,11 @@ int main(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
-        // Help and version are answers, every other parse error a usage error.
+        // Help and version are answers, every other parse error a usage error; a script that
+        // asked for JSON gets its error as JSON.
+        if (e.get_exit_code() != 0 && wantsJson(argc, argv)) {
+            return tunerctl::reportFailure(true, tunerctl::kUsageError, e.what());
+        }
         const int code = app.exit(e);
         return code == 0 ? tunerctl::kSuccess : tunerctl::kUsageError;
     }
