@@ -310,7 +310,8 @@ int SimulatedDriver::sendToneBurst(int32_t lnbId, uint32_t burst) {
     LnbState* lnb = lnbLocked(lnbId);
     if (lnb == nullptr || burst > 1) return -1;
     lnb->lastBurst = static_cast<int32_t>(burst);
-    lnb->input = static_cast<int>(burst);  // A or B of a mini-DiSEqC switch
+    // A or B of a mini-DiSEqC switch: the position; the option a committed command chose stays.
+    lnb->input = (lnb->input & 2) | static_cast<int>(burst);
     lnb->inputBy = "tone burst";
     return 0;
 }

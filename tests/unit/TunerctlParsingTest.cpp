@@ -2,6 +2,7 @@
 
 #include "ChannelSettings.h"
 #include "Output.h"
+#include "Satellite.h"
 #include "ScanResults.h"
 #include "TestSettings.h"
 #include "ValueParsing.h"
@@ -150,6 +151,42 @@ TEST(TunerctlParsingTest, TheProgressLineFitsTheTerminal) {
     EXPECT_EQ(wide.front(), '[');
     EXPECT_EQ(progressLine(42, 474350000, 65, 36), " 42% 474.35 MHz ~1m05s left") << "no room";
     EXPECT_EQ(progressLine(100, 478950000, 0, 60).front(), '[');
+}
+
+TEST(TunerctlParsingTest, SatelliteDownlinksThroughLnbTypesFromLibdvbv5) {
+    struct Case {
+        const char* lnb;
+        uint32_t downlinkKHz;
+        const char* polarisation;
+        uint32_t ifHz;  // 0: refused
+        bool horizontal;
+        bool highBand;
+    } const cases[] = {
+            {"UNIVERSAL", 11362000, "V", 1612000000, false, false},
+            {"universal", 12188000, "H", 1588000000, true, true},
+            {"EXTENDED", 10744000, "L", 994000000, true, false},
+            {"C-BAND", 3900000, "R", 1250000000, false, false},  // the oscillator lies above
+            {"UNIVERSAL", 13500000, "V", 0, false, true},        // beyond the high band
+            {"NOSUCH", 11362000, "V", 0, false, false},
+            {"UNIVERSAL", 11362000, "X", 0, false, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.lnb) + " " + std::to_string(c.downlinkKHz));
+        SatellitePlan plan{};
+        std::string error;
+        const bool planned = planSatellite(c.lnb, c.downlinkKHz, c.polarisation, plan, error);
+        ASSERT_EQ(planned, c.ifHz != 0) << error;
+        if (!planned) {
+            EXPECT_FALSE(error.empty());
+            continue;
+        }
+        EXPECT_EQ(plan.ifHz, c.ifHz);
+        EXPECT_EQ(plan.horizontal, c.horizontal);
+        EXPECT_EQ(plan.highBand, c.highBand);
+    }
+    EXPECT_EQ(committedSwitch(0, false, false), (std::vector<uint8_t>{0xE0, 0x10, 0x38, 0xF0}));
+    EXPECT_EQ(committedSwitch(1, true, true), (std::vector<uint8_t>{0xE0, 0x10, 0x38, 0xF7}));
+    EXPECT_EQ(committedSwitch(3, false, false), (std::vector<uint8_t>{0xE0, 0x10, 0x38, 0xFC}));
 }
 
 TEST(TunerctlParsingTest, JsonIsEscapedAndFlagsAreNamed) {

@@ -48,7 +48,10 @@ bool buildDvbt(const ChannelOptions& o, FrontendSettings& settings, std::string&
     if (!noForeignOptions("DVB-T",
                           {{"--symbol-rate", &o.symbolRate},
                            {"--modulation", &o.modulation},
-                           {"--annex", &o.annex}},
+                           {"--annex", &o.annex},
+                           {"--lnb", &o.lnb},
+                           {"--polarisation", &o.polarisation},
+                           {"--sat", &o.satellite}},
                           error)) {
         return false;
     }
@@ -65,7 +68,12 @@ bool buildDvbt(const ChannelOptions& o, FrontendSettings& settings, std::string&
 }
 
 bool buildDvbc(const ChannelOptions& o, FrontendSettings& settings, std::string& error) {
-    if (!noForeignOptions("DVB-C", {{"--bandwidth", &o.bandwidth}, {"--standard", &o.standard}},
+    if (!noForeignOptions("DVB-C",
+                          {{"--bandwidth", &o.bandwidth},
+                           {"--standard", &o.standard},
+                           {"--lnb", &o.lnb},
+                           {"--polarisation", &o.polarisation},
+                           {"--sat", &o.satellite}},
                           error)) {
         return false;
     }
@@ -86,7 +94,8 @@ bool buildDvbc(const ChannelOptions& o, FrontendSettings& settings, std::string&
     return true;
 }
 
-bool buildDvbs(const ChannelOptions& o, FrontendSettings& settings, std::string& error) {
+bool buildDvbs(const ChannelOptions& o, FrontendSettings& settings, std::string& error,
+               std::optional<SatellitePlan>* plan) {
     if (!noForeignOptions("DVB-S",
                           {{"--bandwidth", &o.bandwidth},
                            {"--modulation", &o.modulation},
@@ -97,10 +106,30 @@ bool buildDvbs(const ChannelOptions& o, FrontendSettings& settings, std::string&
     FrontendDvbsSettings dvbs{};
     const std::string standard = o.standard.empty() ? "S2" : o.standard;
     const std::string symbolRate = o.symbolRate.empty() ? "27500000" : o.symbolRate;
-    if (!frequency(o.dvbs, dvbs.frequency, error) ||
+    if ((o.lnb.empty() && !frequency(o.dvbs, dvbs.frequency, error)) ||
         !parsed(parseSymbolRate(symbolRate), "symbol rate", symbolRate, dvbs.symbolRate, error) ||
         !parsed(parseDvbsStandard(standard), "DVB-S standard", standard, dvbs.standard, error)) {
         return false;
+    }
+    if (o.lnb.empty()) {
+        if (!o.polarisation.empty() || !o.satellite.empty()) {
+            error = "--polarisation and --sat need --lnb (the LNB type)";
+            return false;
+        }
+    } else {
+        if (o.polarisation.empty()) {
+            error = "--lnb needs --polarisation (V, H, R or L)";
+            return false;
+        }
+        SatellitePlan p;
+        const std::optional<uint32_t> downlinkKHz = parseFrequencyKHz(o.dvbs);
+        if (!downlinkKHz) {
+            error = "invalid downlink frequency: '" + o.dvbs + "' (e.g. 11778MHz)";
+            return false;
+        }
+        if (!planSatellite(o.lnb, *downlinkKHz, o.polarisation, p, error)) return false;
+        dvbs.frequency = p.ifHz;  // the tuner works at the LNB's output
+        if (plan) *plan = p;
     }
     settings.dvbs(dvbs);
     return true;
@@ -129,7 +158,8 @@ std::string names(Mask cap) {
 
 }  // namespace
 
-bool buildSettings(const ChannelOptions& options, FrontendSettings& settings, std::string& error) {
+bool buildSettings(const ChannelOptions& options, FrontendSettings& settings, std::string& error,
+                   std::optional<SatellitePlan>* plan) {
     const int given = !options.dvbt.empty() + !options.dvbc.empty() + !options.dvbs.empty();
     if (given != 1) {
         error = "name the channel with exactly one of --dvbt, --dvbc, --dvbs";
@@ -137,7 +167,7 @@ bool buildSettings(const ChannelOptions& options, FrontendSettings& settings, st
     }
     if (!options.dvbt.empty()) return buildDvbt(options, settings, error);
     if (!options.dvbc.empty()) return buildDvbc(options, settings, error);
-    return buildDvbs(options, settings, error);
+    return buildDvbs(options, settings, error, plan);
 }
 
 bool checkAgainstFrontend(const FrontendInfo& info, uint32_t id, const FrontendSettings& settings,

@@ -4,7 +4,10 @@
 
 #include <android/hardware/tv/tuner/1.0/types.h>
 
+#include <optional>
 #include <string>
+
+#include "Satellite.h"
 
 namespace tunerctl {
 
@@ -18,13 +21,19 @@ struct ChannelOptions {
     std::string symbolRate;  // DVB-C (required), DVB-S (default 27.5M)
     std::string modulation;  // DVB-C; default 256QAM
     std::string annex;       // DVB-C; default A
+    // DVB-S through a dish: with an LNB type, --dvbs is the downlink frequency.
+    std::string lnb;                // libdvbv5's LNB type, e.g. UNIVERSAL
+    std::string polarisation;       // V, H, R, L
+    std::string satellite;          // 0..3: DiSEqC switch input A..D
+    std::optional<uint32_t> lnbId;  // the LNB in front of the frontend
 };
 
 // Fills settings; on a malformed, missing or misplaced value returns false with a one-line
 // message in error.
+// With an LNB type, plan receives what the LNB is to be set to.
 bool buildSettings(const ChannelOptions& options,
                    ::android::hardware::tv::tuner::V1_0::FrontendSettings& settings,
-                   std::string& error);
+                   std::string& error, std::optional<SatellitePlan>* plan = nullptr);
 
 // Checks the settings against the frontend's information: its delivery system, frequency and
 // symbol rate ranges and capabilities. False with a one-line message naming what is allowed.

@@ -83,6 +83,54 @@ void printStatusLine(bool json, uint64_t sample, const std::vector<FrontendStatu
     std::cout << std::endl;
 }
 
+// Sets the LNB in front of the frontend for the plan, step by step with the settling time the DVB
+// tools leave between LNB commands (15 ms): voltage, tone off, the switch command and tone burst
+// of the satellite, and the tone of the band.
+int setUpDish(const GlobalOptions& global, const sp<ITuner>& tuner, uint32_t id,
+              const sp<IFrontend>& frontend, const SatellitePlan& plan,
+              const ChannelOptions& channel) {
+    const std::optional<uint32_t> lnbId = channel.lnbId ? channel.lnbId : defaultLnbOf(tuner, id);
+    sp<ILnb> lnb;
+    if (lnbId) tuner->openLnbById(*lnbId, [&](Result, const sp<ILnb>& l) { lnb = l; });
+    if (lnb == nullptr) {
+        return reportFailure(global.json, kUsageError,
+                             "frontend " + std::to_string(id) + " has no LNB" +
+                                     (lnbId ? " " + std::to_string(*lnbId) : std::string()));
+    }
+    const std::optional<int> satellite = channel.satellite.empty()
+                                                 ? std::nullopt
+                                                 : std::optional<int>(std::stoi(channel.satellite));
+    auto settle = [] { std::this_thread::sleep_for(std::chrono::milliseconds(15)); };
+    frontend->setLnb(*lnbId);
+    lnb->setVoltage(plan.horizontal ? LnbVoltage::VOLTAGE_18V : LnbVoltage::VOLTAGE_13V);
+    settle();
+    lnb->setTone(LnbTone::NONE);
+    settle();
+    if (satellite) {
+        lnb->sendDiseqcMessage(committedSwitch(*satellite, plan.horizontal, plan.highBand));
+        settle();
+        lnb->setSatellitePosition(*satellite % 2 ? LnbPosition::POSITION_B
+                                                 : LnbPosition::POSITION_A);
+        settle();
+    }
+    lnb->setTone(plan.highBand ? LnbTone::CONTINUOUS : LnbTone::NONE);
+    settle();
+    if (global.json) {
+        std::cout << JsonObject()
+                             .add("downlinkKHz", plan.downlinkKHz)
+                             .add("frequency", plan.ifHz)
+                             .add("lnb", plan.lnb)
+                             .add("lnbId", *lnbId)
+                             .add("polarisation", plan.horizontal ? "H" : "V")
+                             .add("band", plan.highBand ? "high" : "low")
+                             .str()
+                  << std::endl;
+    } else {
+        std::cout << describePlan(plan, satellite) << "\n";
+    }
+    return kSuccess;
+}
+
 // Checks the channel against the frontend, tunes and reports LOCKED or NO_SIGNAL. The exit
 // code: success on lock.
 int tuneAndReport(const GlobalOptions& global, const sp<ITuner>& tuner, uint32_t id,
@@ -91,9 +139,14 @@ int tuneAndReport(const GlobalOptions& global, const sp<ITuner>& tuner, uint32_t
     FrontendSettings settings;
     FrontendInfo info{};
     std::string error;
-    if (!buildSettings(channel, settings, error) || !frontendInfo(tuner, id, info) ||
+    std::optional<SatellitePlan> plan;
+    if (!buildSettings(channel, settings, error, &plan) || !frontendInfo(tuner, id, info) ||
         !checkAgainstFrontend(info, id, settings, error)) {
         return reportFailure(global.json, kUsageError, error);
+    }
+    if (plan) {
+        const int dish = setUpDish(global, tuner, id, frontend, *plan, channel);
+        if (dish != kSuccess) return dish;
     }
     frontend->setCallback(events);
     const Result result = frontend->tune(settings);

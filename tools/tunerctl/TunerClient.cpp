@@ -58,6 +58,19 @@ bool frontendInfo(const sp<ITuner>& tuner, uint32_t id, FrontendInfo& info) {
     return result == Result::SUCCESS;
 }
 
+std::optional<uint32_t> defaultLnbOf(const sp<ITuner>& tuner, uint32_t frontendId) {
+    std::vector<uint32_t> lnbs;
+    tuner->getLnbIds([&](Result, const hidl_vec<uint32_t>& ids) { lnbs = ids; });
+    if (lnbs.empty()) return std::nullopt;
+    uint32_t satelliteFrontends = 0;
+    for (uint32_t id : frontendIds(tuner)) {
+        if (id == frontendId) break;
+        FrontendInfo info{};
+        if (frontendInfo(tuner, id, info) && info.type == FrontendType::DVBS) ++satelliteFrontends;
+    }
+    return lnbs[satelliteFrontends % lnbs.size()];
+}
+
 bool interrupted() {
     return gInterrupted;
 }

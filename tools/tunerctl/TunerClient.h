@@ -3,6 +3,7 @@
 
 #include <android/hardware/tv/tuner/1.0/ITuner.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,9 @@ sp<hal::ITuner> connectTuner();
 std::vector<uint32_t> frontendIds(const sp<hal::ITuner>& tuner);
 sp<hal::IFrontend> openFrontend(const sp<hal::ITuner>& tuner, uint32_t id, std::string& error);
 bool frontendInfo(const sp<hal::ITuner>& tuner, uint32_t id, hal::FrontendInfo& info);
+// The LNB a satellite frontend sits behind by default: the n-th satellite frontend behind LNB n,
+// modulo the number of LNBs; nullopt without LNBs.
+std::optional<uint32_t> defaultLnbOf(const sp<hal::ITuner>& tuner, uint32_t frontendId);
 
 // Set by SIGINT; commands that wait check it.
 bool interrupted();

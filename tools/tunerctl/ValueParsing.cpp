@@ -56,6 +56,10 @@ std::optional<uint32_t> parseFrequencyHz(const std::string& text) {
     return parseScaled(text, {{"HZ", 1.0}, {"KHZ", 1e3}, {"MHZ", 1e6}, {"GHZ", 1e9}});
 }
 
+std::optional<uint32_t> parseFrequencyKHz(const std::string& text) {
+    return parseScaled(text, {{"HZ", 1e-3}, {"KHZ", 1.0}, {"MHZ", 1e3}, {"GHZ", 1e6}});
+}
+
 std::optional<uint32_t> parseSymbolRate(const std::string& text) {
     return parseScaled(text, {{"", 1.0}, {"K", 1e3}, {"M", 1e6}, {"KSYM", 1e3}, {"MSYM", 1e6}});
 }

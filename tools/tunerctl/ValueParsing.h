@@ -15,6 +15,8 @@ namespace hal = ::android::hardware::tv::tuner::V1_0;
 // "474MHz", "474.5 MHz", "306000kHz", "474000000Hz" -> Hz; nullopt without a unit, when malformed
 // or beyond 32 bits.
 std::optional<uint32_t> parseFrequencyHz(const std::string& text);
+// The same in kHz, for satellite downlinks beyond 4.29 GHz: "11778MHz" -> 11778000.
+std::optional<uint32_t> parseFrequencyKHz(const std::string& text);
 // "6900000", "6.9M", "6900k" -> symbols per second.
 std::optional<uint32_t> parseSymbolRate(const std::string& text);
 std::optional<hal::FrontendDvbtBandwidth> parseBandwidth(const std::string& text);  // "8MHz", "auto"

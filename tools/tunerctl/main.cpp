@@ -7,6 +7,7 @@
 #include "Commands.h"
 #include "ExitCodes.h"
 #include "Output.h"
+#include "Satellite.h"
 
 namespace {
 
@@ -40,6 +41,20 @@ void addChannelOptions(CLI::App* command, tunerctl::ChannelOptions& c) {
     oneOf(command->add_option("--modulation", c.modulation, "DVB-C QAM (default 256QAM)"),
           kModulations);
     oneOf(command->add_option("--annex", c.annex, "DVB-C annex (default A)"), kAnnexes);
+    oneOf(command->add_option("--lnb", c.lnb,
+                              "DVB-S: the LNB type (libdvbv5's table); --dvbs is then the "
+                              "downlink frequency"),
+          tunerctl::lnbNames());
+    oneOf(command->add_option("--polarisation", c.polarisation,
+                              "with --lnb: V or R (13 V), H or L (18 V)"),
+          {"V", "H", "R", "L"});
+    oneOf(command->add_option("--sat", c.satellite,
+                              "with --lnb: the DiSEqC 1.0 switch input 0..3 (A..D), sent as a "
+                              "committed-switch command and a tone burst"),
+          {"0", "1", "2", "3"});
+    command->add_option("--lnb-id", c.lnbId,
+                        "with --lnb: the LNB in front of the frontend (default: the n-th "
+                        "satellite frontend sits behind LNB n, modulo their number)");
 }
 
 bool wantsJson(int argc, char** argv) {
