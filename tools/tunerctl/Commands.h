@@ -1,6 +1,8 @@
 // tunerctl's subcommands. Each returns the process exit code.
 #pragma once
 
+#include <android/hardware/tv/tuner/1.0/ITuner.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -30,6 +32,10 @@ int runLnb(const GlobalOptions& global, const LnbOptions& options);
 struct TuneOptions {
     uint32_t id = 0;
     ChannelOptions channel;
+    // A channel named in a channel file instead of the options above.
+    std::string channelName;
+    std::string channelFile;
+    std::string channelFormat = "dvbv5";
 };
 int runTune(const GlobalOptions& global, const TuneOptions& options);
 int runStatus(const GlobalOptions& global, const TuneOptions& options, bool watch);
@@ -39,7 +45,14 @@ struct ScanOptions {
     uint32_t id = 0;
     ChannelOptions channel;
     bool blind = false;
+    std::string output;  // a dvbv5 channel file for what the scan finds
 };
 int runScan(const GlobalOptions& global, const ScanOptions& options);
+
+// Sets the LNB in front of a satellite frontend as the plan says (see TuneCommands.cpp).
+int setUpDish(const GlobalOptions& global,
+              const ::android::sp<::android::hardware::tv::tuner::V1_0::ITuner>& tuner, uint32_t id,
+              const ::android::sp<::android::hardware::tv::tuner::V1_0::IFrontend>& frontend,
+              const SatellitePlan& plan, const ChannelOptions& channel);
 
 }  // namespace tunerctl

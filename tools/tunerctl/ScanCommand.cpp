@@ -2,9 +2,12 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <iostream>
+#include <optional>
 #include <string>
 
+#include "ChannelFile.h"
 #include "Commands.h"
 #include "ExitCodes.h"
 #include "FrontendEvents.h"
@@ -107,6 +110,40 @@ std::string multiplexText(const Multiplex& m) {
     return text;
 }
 
+// The multiplexes found, as channels of a dvbv5 file, named by their frequency.
+bool writeFound(const GlobalOptions& global, const std::string& file, const ChannelOptions& scanned,
+                const std::optional<SatellitePlan>& plan, const std::vector<Multiplex>& found) {
+    std::vector<FoundChannel> channels;
+    for (const Multiplex& m : found) {
+        FoundChannel c{};
+        char name[32];
+        std::snprintf(name, sizeof(name), "%.3f MHz", m.centreHz() / 1e6);
+        c.name = name;
+        c.options = scanned;
+        const std::string hz = std::to_string(m.centreHz()) + "Hz";
+        if (!scanned.dvbt.empty()) c.options.dvbt = hz;
+        if (!scanned.dvbc.empty()) {
+            // A cable scan tunes 256-QAM, annex A: that is what locked.
+            c.options.dvbc = hz;
+            c.options.modulation = "256QAM";
+            c.options.annex = "A";
+        }
+        if (!scanned.dvbs.empty()) {
+            // A satellite scan tries one frequency: through a dish the file keeps its downlink,
+            // else the frequency at the LNB output.
+            c.options.dvbs = plan ? std::to_string(plan->downlinkKHz) + "kHz"
+                                  : std::to_string(m.centreHz() / 1000) + "kHz";
+        }
+        channels.push_back(c);
+    }
+    std::string error;
+    if (!writeChannels(file, channels, error)) {
+        reportFailure(global.json, kServiceError, error);
+        return false;
+    }
+    return true;
+}
+
 int scanOutcome(bool interrupted, bool nothingFound) {
     return interrupted ? kInterrupted : nothingFound ? kNoLock : kSuccess;
 }
@@ -124,11 +161,16 @@ int runScan(const GlobalOptions& global, const ScanOptions& options) {
     if (!channel.dvbc.empty() && channel.symbolRate.empty()) channel.symbolRate = "6875000";
     FrontendSettings settings;
     FrontendInfo info{};
-    if (!buildSettings(channel, settings, error) || !frontendInfo(tuner, options.id, info) ||
+    std::optional<SatellitePlan> plan;
+    if (!buildSettings(channel, settings, error, &plan) || !frontendInfo(tuner, options.id, info) ||
         !checkAgainstFrontend(info, options.id, settings, error)) {
         return reportFailure(global.json, kUsageError, error);
     }
 
+    if (plan) {
+        const int dish = setUpDish(global, tuner, options.id, frontend, *plan, channel);
+        if (dish != kSuccess) return dish;
+    }
     sp<FrontendEvents> events = new FrontendEvents();
     frontend->setCallback(events);
     installInterruptHandler();
@@ -165,6 +207,9 @@ int runScan(const GlobalOptions& global, const ScanOptions& options) {
     if (!stopped) frontend->stopScan();
 
     const std::vector<Multiplex> multiplexes = mergeLocks(report.found, kSweepStepHz);
+    if (!options.output.empty() && !writeFound(global, options.output, channel, plan, multiplexes)) {
+        return kServiceError;
+    }
     if (global.json) {
         std::vector<std::string> found;
         for (const Multiplex& m : multiplexes) found.push_back(multiplexJson(m));

@@ -4,6 +4,7 @@
 #include <iostream>
 #include <thread>
 
+#include "ChannelFile.h"
 #include "Commands.h"
 #include "Demux.h"
 #include "ExitCodes.h"
@@ -83,6 +84,116 @@ void printStatusLine(bool json, uint64_t sample, const std::vector<FrontendStatu
     std::cout << std::endl;
 }
 
+// Checks the channel against the frontend, tunes and reports LOCKED or NO_SIGNAL. The exit
+// code: success on lock.
+int tuneAndReport(const GlobalOptions& global, const sp<ITuner>& tuner, uint32_t id,
+                  const sp<IFrontend>& frontend, const sp<FrontendEvents>& events,
+                  const ChannelOptions& channel) {
+    FrontendSettings settings;
+    FrontendInfo info{};
+    std::string error;
+    std::optional<SatellitePlan> plan;
+    if (!buildSettings(channel, settings, error, &plan) || !frontendInfo(tuner, id, info) ||
+        !checkAgainstFrontend(info, id, settings, error)) {
+        return reportFailure(global.json, kUsageError, error);
+    }
+    if (plan) {
+        const int dish = setUpDish(global, tuner, id, frontend, *plan, channel);
+        if (dish != kSuccess) return dish;
+    }
+    frontend->setCallback(events);
+    const Result result = frontend->tune(settings);
+    if (result != Result::SUCCESS) {
+        return reportFailure(global.json, kServiceError, "tune: " + toString(result));
+    }
+    const std::optional<FrontendEventType> event = events->takeEvent();
+    if (!event) {
+        return reportFailure(global.json, kServiceError,
+                             "tune: no event (the driver refused the tune)");
+    }
+    if (!global.json) std::cout << toString(*event) << "\n";
+    return *event == FrontendEventType::LOCKED ? kSuccess : kNoLock;
+}
+
+// Until Ctrl-C, which is how a watch ends.
+int watch(bool json, const sp<IFrontend>& frontend, const std::vector<FrontendStatusType>& types) {
+    installInterruptHandler();
+    for (uint64_t sample = 1; !interrupted(); ++sample) {
+        std::vector<FrontendStatus> statuses;
+        if (readStatus(json, frontend, types, statuses)) printStatusLine(json, sample, statuses);
+        for (int i = 0; i < 10 && !interrupted(); ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+    }
+    return kInterrupted;
+}
+
+// The channel named in a channel file, in place of frequency options.
+int channelFromFile(const GlobalOptions& global, const sp<ITuner>& tuner,
+                    const TuneOptions& options, ChannelOptions& channel) {
+    if (options.channelName.empty() || options.channelFile.empty()) {
+        return reportFailure(global.json, kUsageError, "--channel and -c FILE go together");
+    }
+    const ChannelOptions& given = options.channel;
+    if (!given.dvbt.empty() || !given.dvbc.empty() || !given.dvbs.empty()) {
+        return reportFailure(global.json, kUsageError,
+                             "name the channel either with --channel or with a frequency");
+    }
+    FrontendInfo info{};
+    frontendInfo(tuner, options.id, info);
+    std::string error;
+    ChannelOptions fromFile;
+    if (!readChannel(options.channelFile, options.channelFormat, toString(info.type),
+                     options.channelName, fromFile, error)) {
+        return reportFailure(global.json, kUsageError, error);
+    }
+    // What the file does not say, the command line may: the LNB and its switch input.
+    if (fromFile.lnb.empty()) fromFile.lnb = given.lnb;
+    if (fromFile.satellite.empty()) fromFile.satellite = given.satellite;
+    if (fromFile.polarisation.empty()) fromFile.polarisation = given.polarisation;
+    fromFile.lnbId = given.lnbId;
+    channel = fromFile;
+    return kSuccess;
+}
+
+// Opens the frontend, tunes it when a channel is named, then shows its signal once or until
+// Ctrl-C.
+int showSignal(const GlobalOptions& global, const TuneOptions& options, bool watchIt) {
+    sp<ITuner> tuner = connectTuner();
+    std::string error;
+    sp<IFrontend> frontend = openFrontend(tuner, options.id, error);
+    if (frontend == nullptr) return reportFailure(global.json, kUsageError, error);
+    ChannelOptions c = options.channel;
+    if (!options.channelName.empty() || !options.channelFile.empty()) {
+        const int read = channelFromFile(global, tuner, options, c);
+        if (read != kSuccess) return read;
+    }
+    int outcome = kSuccess;
+    if (!c.dvbt.empty() || !c.dvbc.empty() || !c.dvbs.empty()) {
+        sp<FrontendEvents> events = new FrontendEvents();
+        outcome = tuneAndReport(global, tuner, options.id, frontend, events, c);
+        if (outcome != kSuccess && outcome != kNoLock) return outcome;
+    }
+    FrontendInfo info{};
+    frontendInfo(tuner, options.id, info);
+    const std::vector<FrontendStatusType> types = monitorTypes(info);
+    if (watchIt) {
+        const int code = watch(global.json, frontend, types);
+        frontend->stopTune();
+        return code;
+    }
+    std::vector<FrontendStatus> statuses;
+    if (!readStatus(global.json, frontend, types, statuses)) return kServiceError;
+    if (global.json) {
+        std::cout << statusJson(statuses) << "\n";
+    } else {
+        printStatusTable(statuses);
+    }
+    return outcome;
+}
+
+}  // namespace
+
 // Sets the LNB in front of the frontend for the plan, step by step with the settling time the DVB
 // tools leave between LNB commands (15 ms): voltage, tone off, the switch command and tone burst
 // of the satellite, and the tone of the band.
@@ -131,89 +242,11 @@ int setUpDish(const GlobalOptions& global, const sp<ITuner>& tuner, uint32_t id,
     return kSuccess;
 }
 
-// Checks the channel against the frontend, tunes and reports LOCKED or NO_SIGNAL. The exit
-// code: success on lock.
-int tuneAndReport(const GlobalOptions& global, const sp<ITuner>& tuner, uint32_t id,
-                  const sp<IFrontend>& frontend, const sp<FrontendEvents>& events,
-                  const ChannelOptions& channel) {
-    FrontendSettings settings;
-    FrontendInfo info{};
-    std::string error;
-    std::optional<SatellitePlan> plan;
-    if (!buildSettings(channel, settings, error, &plan) || !frontendInfo(tuner, id, info) ||
-        !checkAgainstFrontend(info, id, settings, error)) {
-        return reportFailure(global.json, kUsageError, error);
-    }
-    if (plan) {
-        const int dish = setUpDish(global, tuner, id, frontend, *plan, channel);
-        if (dish != kSuccess) return dish;
-    }
-    frontend->setCallback(events);
-    const Result result = frontend->tune(settings);
-    if (result != Result::SUCCESS) {
-        return reportFailure(global.json, kServiceError, "tune: " + toString(result));
-    }
-    const std::optional<FrontendEventType> event = events->takeEvent();
-    if (!event) {
-        return reportFailure(global.json, kServiceError,
-                             "tune: no event (the driver refused the tune)");
-    }
-    if (!global.json) std::cout << toString(*event) << "\n";
-    return *event == FrontendEventType::LOCKED ? kSuccess : kNoLock;
-}
-
-// Until Ctrl-C, which is how a watch ends.
-int watch(bool json, const sp<IFrontend>& frontend, const std::vector<FrontendStatusType>& types) {
-    installInterruptHandler();
-    for (uint64_t sample = 1; !interrupted(); ++sample) {
-        std::vector<FrontendStatus> statuses;
-        if (readStatus(json, frontend, types, statuses)) printStatusLine(json, sample, statuses);
-        for (int i = 0; i < 10 && !interrupted(); ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        }
-    }
-    return kInterrupted;
-}
-
-// Opens the frontend, tunes it when a channel is named, then shows its signal once or until
-// Ctrl-C.
-int showSignal(const GlobalOptions& global, const TuneOptions& options, bool watchIt) {
-    sp<ITuner> tuner = connectTuner();
-    std::string error;
-    sp<IFrontend> frontend = openFrontend(tuner, options.id, error);
-    if (frontend == nullptr) return reportFailure(global.json, kUsageError, error);
-    const ChannelOptions& c = options.channel;
-    int outcome = kSuccess;
-    if (!c.dvbt.empty() || !c.dvbc.empty() || !c.dvbs.empty()) {
-        sp<FrontendEvents> events = new FrontendEvents();
-        outcome = tuneAndReport(global, tuner, options.id, frontend, events, c);
-        if (outcome != kSuccess && outcome != kNoLock) return outcome;
-    }
-    FrontendInfo info{};
-    frontendInfo(tuner, options.id, info);
-    const std::vector<FrontendStatusType> types = monitorTypes(info);
-    if (watchIt) {
-        const int code = watch(global.json, frontend, types);
-        frontend->stopTune();
-        return code;
-    }
-    std::vector<FrontendStatus> statuses;
-    if (!readStatus(global.json, frontend, types, statuses)) return kServiceError;
-    if (global.json) {
-        std::cout << statusJson(statuses) << "\n";
-    } else {
-        printStatusTable(statuses);
-    }
-    return outcome;
-}
-
-}  // namespace
-
 int runTune(const GlobalOptions& global, const TuneOptions& options) {
     const ChannelOptions& c = options.channel;
-    if (c.dvbt.empty() && c.dvbc.empty() && c.dvbs.empty()) {
+    if (c.dvbt.empty() && c.dvbc.empty() && c.dvbs.empty() && options.channelName.empty()) {
         return reportFailure(global.json, kUsageError,
-                             "name the channel with --dvbt, --dvbc or --dvbs");
+                             "name the channel with --dvbt, --dvbc, --dvbs or --channel");
     }
     return showSignal(global, options, false);
 }

@@ -57,6 +57,15 @@ void addChannelOptions(CLI::App* command, tunerctl::ChannelOptions& c) {
                         "satellite frontend sits behind LNB n, modulo their number)");
 }
 
+void addChannelFileOptions(CLI::App* command, tunerctl::TuneOptions& t) {
+    command->add_option("--channel", t.channelName, "a channel by its name in the channel file");
+    command->add_option("-c,--channels", t.channelFile, "the channel file (with --channel)")
+            ->check(CLI::ExistingFile);
+    oneOf(command->add_option("--format", t.channelFormat,
+                              "the channel file's format: dvbv5 (default) or zap"),
+          {"dvbv5", "zap"});
+}
+
 bool wantsJson(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         if (std::string(argv[i]) == "--json") return true;
@@ -97,6 +106,7 @@ int main(int argc, char** argv) {
     CLI::App* tuneCommand = app.add_subcommand("tune", "tune a channel and show its signal");
     tuneCommand->add_option("id", tune.id)->required();
     addChannelOptions(tuneCommand, tune.channel);
+    addChannelFileOptions(tuneCommand, tune);
 
     tunerctl::TuneOptions status;
     bool watch = false;
@@ -104,6 +114,7 @@ int main(int argc, char** argv) {
     statusCommand->add_option("id", status.id)->required();
     statusCommand->add_flag("--watch", watch, "refresh once a second until Ctrl-C");
     addChannelOptions(statusCommand, status.channel);
+    addChannelFileOptions(statusCommand, status);
 
     tunerctl::TuneOptions demux;
     CLI::App* demuxCommand =
@@ -115,6 +126,8 @@ int main(int argc, char** argv) {
     CLI::App* scanCommand = app.add_subcommand("scan", "scan for channels");
     scanCommand->add_option("id", scan.id)->required();
     scanCommand->add_flag("--blind", scan.blind, "blind scan");
+    scanCommand->add_option("-o,--output", scan.output,
+                            "write what the scan finds to a dvbv5 channel file");
     addChannelOptions(scanCommand, scan.channel);
 
     try {

@@ -1,0 +1,28 @@
+// Channel files in the formats DVB users have: dvbv5 (read and written) and the legacy zap
+// format (read), through libdvbv5's own readers and writers.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "ChannelSettings.h"
+
+namespace tunerctl {
+
+// Finds a channel by name in a file of the given format ("dvbv5" or "zap"; a zap file holds one
+// delivery system, named by system: "DVBT", "DVBC", "DVBS"). Fills the options that tune it.
+bool readChannel(const std::string& file, const std::string& format, const std::string& system,
+                 const std::string& name, ChannelOptions& options, std::string& error);
+
+// A multiplex a scan found, as a channel file holds it.
+struct FoundChannel {
+    std::string name;
+    ChannelOptions options;  // exactly one of dvbt, dvbc, dvbs, in Hz ("474000000Hz")
+};
+
+// Writes the channels in the dvbv5 format.
+bool writeChannels(const std::string& file, const std::vector<FoundChannel>& channels,
+                   std::string& error);
+
+}  // namespace tunerctl
