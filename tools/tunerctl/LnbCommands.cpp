@@ -28,23 +28,25 @@ std::string hexBytes(const std::vector<uint8_t>& bytes) {
 void showDriverState(const GlobalOptions& global, uint32_t id) {
     const mox::sim::LnbState s = mox::sim::simulator().lnb(static_cast<int32_t>(id));
     const char* burst = s.lastBurst < 0 ? "none" : (s.lastBurst == 0 ? "A" : "B");
+    const char* supply = s.mode == 0 ? "off" : s.mode == 1 ? "13 V" : "18 V";
+    const char* tone = s.tone ? "on" : "off";
     if (global.json) {
+        // The same words as the text.
         std::cout << JsonObject()
                              .add("lnb", id)
                              .add("mode", s.mode)
-                             .add("tone", s.tone)
+                             .add("supply", supply)
+                             .add("tone", tone)
                              .add("burst", burst)
                              .add("diseqc", hexBytes(s.lastDiseqc))
+                             .add("selects", s.selection())
                              .str()
                   << "\n";
         return;
     }
-    std::cout << "driver LNB " << id << ": mode " << s.mode << " ("
-              << (s.mode == 0   ? "off"
-                  : s.mode == 1 ? "13 V"
-                                : "18 V")
-              << "), 22 kHz tone " << (s.tone ? "on" : "off") << ", tone burst " << burst
-              << ", last DiSEqC [" << hexBytes(s.lastDiseqc) << "]\n";
+    std::cout << "driver LNB " << id << ": mode " << s.mode << " (" << supply << "), 22 kHz tone "
+              << tone << ", tone burst " << burst << ", last DiSEqC [" << hexBytes(s.lastDiseqc)
+              << "]; selects " << s.selection() << "\n";
 }
 
 bool report(bool json, const char* what, Result result) {

@@ -84,6 +84,39 @@ void printStatusLine(bool json, uint64_t sample, const std::vector<FrontendStatu
     std::cout << std::endl;
 }
 
+// The service tunes one standard at a time; AUTO means trying each the frontend has, the newer
+// generation last for terrestrial (T, then T2) and first for satellite (S2, then S). Other
+// settings are tried as they are, unnamed.
+std::vector<std::pair<std::string, FrontendSettings>> automaticAttempts(
+        const FrontendSettings& settings, const FrontendInfo& info) {
+    using D = FrontendSettings::hidl_discriminator;
+    using CD = FrontendInfo::FrontendCapabilities::hidl_discriminator;
+    std::vector<std::pair<std::string, FrontendSettings>> attempts;
+    if (settings.getDiscriminator() == D::dvbt &&
+        settings.dvbt().standard == FrontendDvbtStandard::AUTO) {
+        for (FrontendDvbtStandard standard : {FrontendDvbtStandard::T, FrontendDvbtStandard::T2}) {
+            if (standard == FrontendDvbtStandard::T2 &&
+                (info.frontendCaps.getDiscriminator() != CD::dvbtCaps ||
+                 !info.frontendCaps.dvbtCaps().isT2Supported)) {
+                continue;
+            }
+            FrontendSettings one = settings;
+            one.dvbt().standard = standard;
+            attempts.emplace_back(toString(standard), one);
+        }
+    } else if (settings.getDiscriminator() == D::dvbs &&
+               settings.dvbs().standard == FrontendDvbsStandard::AUTO) {
+        for (FrontendDvbsStandard standard : {FrontendDvbsStandard::S2, FrontendDvbsStandard::S}) {
+            FrontendSettings one = settings;
+            one.dvbs().standard = standard;
+            attempts.emplace_back(toString(standard), one);
+        }
+    } else {
+        attempts.emplace_back("", settings);
+    }
+    return attempts;
+}
+
 // Checks the channel against the frontend, tunes and reports LOCKED or NO_SIGNAL. The exit
 // code: success on lock.
 int tuneAndReport(const GlobalOptions& global, const sp<ITuner>& tuner, uint32_t id,
@@ -102,17 +135,24 @@ int tuneAndReport(const GlobalOptions& global, const sp<ITuner>& tuner, uint32_t
         if (dish != kSuccess) return dish;
     }
     frontend->setCallback(events);
-    const Result result = frontend->tune(settings);
-    if (result != Result::SUCCESS) {
-        return reportFailure(global.json, kServiceError, "tune: " + toString(result));
+    const std::vector<std::pair<std::string, FrontendSettings>> attempts =
+            automaticAttempts(settings, info);
+    for (const auto& [standard, attempt] : attempts) {
+        const Result result = frontend->tune(attempt);
+        if (result != Result::SUCCESS) {
+            return reportFailure(global.json, kServiceError, "tune: " + toString(result));
+        }
+        const std::optional<FrontendEventType> event = events->takeEvent();
+        if (!event) {
+            return reportFailure(global.json, kServiceError,
+                                 "tune: no event (the driver refused the tune)");
+        }
+        if (!global.json) {
+            std::cout << toString(*event) << (standard.empty() ? "" : " (" + standard + ")") << "\n";
+        }
+        if (*event == FrontendEventType::LOCKED) return kSuccess;
     }
-    const std::optional<FrontendEventType> event = events->takeEvent();
-    if (!event) {
-        return reportFailure(global.json, kServiceError,
-                             "tune: no event (the driver refused the tune)");
-    }
-    if (!global.json) std::cout << toString(*event) << "\n";
-    return *event == FrontendEventType::LOCKED ? kSuccess : kNoLock;
+    return kNoLock;
 }
 
 // Until Ctrl-C, which is how a watch ends.
@@ -279,18 +319,32 @@ int runDemux(const GlobalOptions& global, const TuneOptions& options) {
         return std::string(player->isFrontendInputRunning() ? "running" : "stopped") +
                " (started " + std::to_string(player->frontendInputStartCount()) + "x)";
     };
-    std::cout << "demux " << demuxId << " opened\n";
+    // One line per step; for --json a JSON object per line.
+    auto step = [&](const std::string& what) {
+        if (global.json) {
+            std::cout << JsonObject()
+                                 .add("demux", demuxId)
+                                 .add("step", what)
+                                 .add("inputRunning", player->isFrontendInputRunning())
+                                 .add("inputStarts", int32_t{player->frontendInputStartCount()})
+                                 .str()
+                      << "\n";
+        } else {
+            std::cout << what << ": input " << input() << "\n";
+        }
+    };
+    if (!global.json) std::cout << "demux " << demuxId << " opened\n";
     demux->setFrontendDataSource(options.id);
-    std::cout << "bound to frontend " << options.id << ": input " << input() << "\n";
+    step("bound to frontend " + std::to_string(options.id));
     sp<FrontendEvents> events = new FrontendEvents();
     const int outcome = tuneAndReport(global, tuner, options.id, frontend, events, options.channel);
     if (outcome == kSuccess || outcome == kNoLock) {
-        std::cout << "after tune: input " << input() << "\n";
+        step("after tune");
         frontend->stopTune();
-        std::cout << "after stopTune: input " << input() << "\n";
+        step("after stopTune");
     }
     demux->close();
-    std::cout << "demux " << demuxId << " closed\n";
+    if (!global.json) std::cout << "demux " << demuxId << " closed\n";
     return outcome;
 }
 
