@@ -60,7 +60,9 @@ struct ScanReport {
         const uint32_t current =
                 sweep && percent > 0 ? startHz + static_cast<uint32_t>(percent - 1) * kSweepStepHz
                                      : startHz;
-        std::cerr << "\r" << progressLine(percent, current, left, terminalWidth() - 1) << "\x1b[K"
+        // Three columns stay free: the terminal echoes a Ctrl-C as "^C" after the bar, and the
+        // line must not wrap, so that the next redraw or clear takes all of it.
+        std::cerr << "\r" << progressLine(percent, current, left, terminalWidth() - 3) << "\x1b[K"
                   << std::flush;
         progressShown = true;
     }
