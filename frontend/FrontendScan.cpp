@@ -48,8 +48,6 @@ FrontendScanMessage progressMessage(uint8_t percent) {
     return message;
 }
 
-}  // namespace
-
 // The frequency a blind single-frequency scan tunes: the settings' frequency plus the offset the
 // driver expects, unless that no longer fits in 32 bits.
 bool blindFrequencyFits(FrontendType type, const FrontendSettings& settings, FrontendScanType scan) {
@@ -59,6 +57,8 @@ bool blindFrequencyFits(FrontendType type, const FrontendSettings& settings, Fro
             type == FrontendType::DVBT ? settings.dvbt().frequency : settings.dvbs().frequency;
     return hz <= UINT32_MAX - kBlindOffsetHz;
 }
+
+}  // namespace
 
 Return<Result> Frontend::scan(const FrontendSettings& settings, FrontendScanType type) {
     FLOGD("Enter >>");
