@@ -2,6 +2,7 @@
 // the real ones.
 #include <android/hardware/tv/tuner/1.0/ITuner.h>
 #include <gtest/gtest.h>
+#include <hidl/ServiceManagement.h>
 
 #include <type_traits>
 #include <vector>
@@ -27,6 +28,41 @@ TEST(HidlPlatformTest, VecCopiesResizesAndConverts) {
     EXPECT_EQ(hidl_vec<uint8_t>().size(), 0u);
 }
 
+TEST(HidlPlatformTest, VecStringAndHandleHaveTheLibraryLayout) {
+    static_assert(std::is_standard_layout_v<hidl_vec<uint32_t>>);
+    static_assert(sizeof(hidl_vec<uint8_t>) == 16 && alignof(hidl_vec<uint8_t>) == 8);
+    static_assert(sizeof(hidl_string) == 16 && sizeof(hidl_handle) == 16);
+    static_assert(std::is_same_v<hidl_bitfield<FrontendDvbsStandard>, uint8_t>);
+
+    uint32_t external[3] = {7, 8, 9};
+    hidl_vec<uint32_t> view;
+    view.setToExternal(external, 3);
+    EXPECT_EQ(view.data(), external) << "an external buffer is referenced, not copied";
+    hidl_vec<uint32_t> owned = view;
+    EXPECT_NE(owned.data(), external) << "a copy owns its elements";
+    uint32_t* released = owned.releaseData();
+    EXPECT_EQ(owned.size(), 0u);
+    EXPECT_EQ(released[2], 9u);
+    delete[] released;
+
+    hidl_string name("abc\0def", 7);
+    EXPECT_EQ(name.size(), 7u);
+    EXPECT_EQ(std::string(name), std::string("abc\0def", 7));
+    EXPECT_TRUE(hidl_string("a") < hidl_string("b"));
+    EXPECT_EQ(hidl_string(nullptr), "");
+
+    native_handle_t* handle = native_handle_create(0, 1);
+    handle->data[0] = 42;
+    {
+        hidl_handle borrowed(handle);
+        hidl_handle clone = borrowed;
+        EXPECT_NE(clone.getNativeHandle(), handle) << "a copy clones the handle and owns it";
+        EXPECT_EQ(clone->data[0], 42);
+    }
+    EXPECT_EQ(handle->data[0], 42) << "a borrowed handle outlives its hidl_handle";
+    native_handle_delete(handle);
+}
+
 TEST(HidlPlatformTest, SafeUnionsStartAtTheFirstAlternative) {
     EXPECT_EQ(FrontendSettings().getDiscriminator(), FrontendSettings::hidl_discriminator::analog);
     EXPECT_EQ(FrontendStatus().getDiscriminator(),
@@ -45,12 +81,12 @@ TEST(HidlPlatformTest, SafeUnionsStartAtTheFirstAlternative) {
 TEST(HidlPlatformTest, ReadingAnInactiveAlternativeAborts) {
     FrontendSettings settings;
     settings.dvbt(FrontendDvbtSettings{});
-    EXPECT_DEATH(settings.dvbc(), "Bad safe_union access: 'dvbc'");
+    EXPECT_DEATH(settings.dvbc(), "Bad safe_union access");
 }
 
 TEST(HidlPlatformTest, EnumerationsHaveTheirNamesAndValues) {
     EXPECT_EQ(toString(Result::INVALID_ARGUMENT), "INVALID_ARGUMENT");
-    EXPECT_EQ(toString(static_cast<Result>(42)), "42");
+    EXPECT_EQ(toString(static_cast<Result>(42)), "0x2a");
     EXPECT_EQ(toString(FrontendInnerFec::FEC_26_45), "FEC_26_45");
     // The interface file shifts a 32-bit 1 by 31 to 35 places; the generated header holds the
     // 32-bit results: sign-extended for 31, wrapped for 32 and beyond.
@@ -95,6 +131,16 @@ TEST(HidlPlatformTest, RegistryHandsOutTheRegisteredServiceOnce) {
     EXPECT_EQ(ITuner::getService(), tuner);
     EXPECT_EQ(tuner->registerAsService("default"), ::android::ALREADY_EXISTS);
     EXPECT_EQ(IFrontend::getService("default"), nullptr) << "another interface, another name";
+
+    std::vector<std::string> chain;
+    tuner->interfaceChain([&](const hidl_vec<hidl_string>& descriptors) {
+        for (const auto& d : descriptors) chain.push_back(d);
+    });
+    EXPECT_EQ(chain, (std::vector<std::string>{"android.hardware.tv.tuner@1.0::ITuner",
+                                               "android.hidl.base@1.0::IBase"}));
+    ::android::sp<::android::hidl::base::V1_0::IBase> base = tuner;
+    EXPECT_EQ(ITuner::castFrom(base).withDefault(nullptr), tuner);
+    EXPECT_EQ(IFrontend::castFrom(base).withDefault(nullptr), nullptr);
     details::clearServices();
 }
 

@@ -1,18 +1,10 @@
-#include <android/hidl/base/1.0/IBase.h>
+#include <hidl/ServiceManagement.h>
 
 #include <map>
 #include <mutex>
 #include <utility>
 
 namespace android {
-namespace hidl {
-namespace base {
-namespace V1_0 {
-const char* IBase::descriptor = "android.hidl.base@1.0::IBase";
-}  // namespace V1_0
-}  // namespace base
-}  // namespace hidl
-
 namespace hardware {
 namespace details {
 namespace {
@@ -31,16 +23,16 @@ Registry& registry() {
 
 }  // namespace
 
-status_t registerService(const std::string& descriptor, const std::string& name,
-                         const sp<::android::hidl::base::V1_0::IBase>& service) {
+status_t registerAsServiceInternal(const sp<::android::hidl::base::V1_0::IBase>& service,
+                                   const std::string& descriptor, const std::string& name) {
     if (service == nullptr) return BAD_VALUE;
     Registry& r = registry();
     std::lock_guard<std::mutex> guard(r.lock);
     return r.services.emplace(Key(descriptor, name), service).second ? OK : ALREADY_EXISTS;
 }
 
-sp<::android::hidl::base::V1_0::IBase> getService(const std::string& descriptor,
-                                                  const std::string& name) {
+sp<::android::hidl::base::V1_0::IBase> getRawServiceInternal(const std::string& descriptor,
+                                                             const std::string& name) {
     Registry& r = registry();
     std::lock_guard<std::mutex> guard(r.lock);
     auto it = r.services.find(Key(descriptor, name));

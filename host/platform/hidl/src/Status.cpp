@@ -8,10 +8,6 @@ namespace android {
 namespace hardware {
 
 namespace details {
-void hidlAbort(const char* message) {
-    __android_log_assert(nullptr, "HidlSupport", "%s", message);
-}
-
 void return_status::assertOk() const {
     if (!isOk()) {
         __android_log_assert(nullptr, "HidlStatus",

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <utils/Errors.h>
+#include <utils/StrongPointer.h>
 
 #include <cstdint>
 #include <string>
@@ -79,6 +80,27 @@ class Return : public details::return_status {
 
   private:
     T mValue;
+};
+
+template <typename T>
+class Return<sp<T>> : public details::return_status {
+  public:
+    Return(sp<T> value) : mValue(std::move(value)) {}
+    Return(T* value) : mValue(value) {}
+    template <typename U>
+    Return(const sp<U>& value) : mValue(value) {}
+    template <typename U>
+    Return(U* value) : mValue(value) {}
+    Return(const Status& status) : details::return_status(status) {}
+
+    sp<T> withDefault(sp<T> defaultValue) const { return isOk() ? mValue : defaultValue; }
+    operator sp<T>() const {
+        assertOk();
+        return mValue;
+    }
+
+  private:
+    sp<T> mValue;
 };
 
 template <>

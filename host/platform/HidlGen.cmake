@@ -1,0 +1,51 @@
+# Runs Debian's hidl-gen over the interface files under host/platform/interfaces, as a device build
+# does over hardware/interfaces: C++ headers for every package, and the safe unions' member
+# functions from types.cpp (without the binder marshalling the host has no use for). What is
+# adapted, and why, is said in hidl/adapt_generated.py.
+find_program(HIDL_GEN hidl-gen REQUIRED)
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
+
+set(HIDL_INTERFACE_ROOT ${CMAKE_CURRENT_LIST_DIR}/interfaces)
+set(HIDL_GEN_DIR ${CMAKE_BINARY_DIR}/hidl-gen)
+set(HIDL_GEN_INCLUDE_DIR ${HIDL_GEN_DIR}/include)
+file(GLOB_RECURSE HIDL_ALL_INTERFACE_FILES CONFIGURE_DEPENDS ${HIDL_INTERFACE_ROOT}/*.hal)
+
+# hidl_gen_package(<package@version> <path under the root> <out-var for the sources>
+#                  [NO_TYPES] HEADERS <header names>)
+# NO_TYPES: the package has no types.hal, so there is no types.cpp to compile.
+function(hidl_gen_package fqname path sources_var)
+  cmake_parse_arguments(ARG "NO_TYPES" "" "HEADERS" ${ARGN})
+  set(roots -R -r android.hardware:${HIDL_INTERFACE_ROOT}/hardware
+            -r android.hidl:${HIDL_INTERFACE_ROOT}/hidl)
+  set(headers)
+  foreach(header IN LISTS ARG_HEADERS)
+    list(APPEND headers ${HIDL_GEN_INCLUDE_DIR}/android/${path}/${header})
+  endforeach()
+  set(raw_types ${HIDL_GEN_DIR}/sources/android/${path}/types.cpp)
+  set(types ${HIDL_GEN_DIR}/host/android/${path}/types.cpp)
+  set(adapt ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/hidl/adapt_generated.py)
+  set(commands COMMAND ${HIDL_GEN} -o ${HIDL_GEN_INCLUDE_DIR} -L c++-headers ${roots} ${fqname})
+  if(ARG_NO_TYPES)
+    set(types)
+    set(raw_types)
+  else()
+    list(APPEND commands
+      COMMAND ${HIDL_GEN} -o ${HIDL_GEN_DIR}/sources -L c++-sources ${roots} ${fqname}
+      COMMAND ${CMAKE_COMMAND} -E make_directory ${HIDL_GEN_DIR}/host/android/${path}
+      COMMAND Python3::Interpreter ${adapt} header ${HIDL_GEN_INCLUDE_DIR}/android/${path}/types.h
+      COMMAND Python3::Interpreter ${adapt} sources ${raw_types} ${types})
+  endif()
+  add_custom_command(
+    OUTPUT ${headers} ${types}
+    BYPRODUCTS ${raw_types}
+    ${commands}
+    DEPENDS ${HIDL_ALL_INTERFACE_FILES} ${adapt}
+    COMMENT "hidl-gen ${fqname}"
+    VERBATIM)
+  if(types AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # The safe unions clear their storage with memset before placing a member in it, as the
+    # generator writes them; GCC's class-memaccess check objects to that in every union.
+    set_source_files_properties(${types} PROPERTIES COMPILE_OPTIONS -Wno-class-memaccess)
+  endif()
+  set(${sources_var} ${types} ${headers} PARENT_SCOPE)
+endfunction()
