@@ -35,6 +35,7 @@ class Frontend : public IFrontend {
     FrontendType getFrontendType() const { return mType; }
     uint32_t getFrontendId() const { return mId; }
     bool isLocked() const { return mIsLocked; }
+    bool hasCallback() const;
     bool supportsSatellite() const;
     // True from scan() until the scan is stopped or ends by itself.
     bool isScanRunning() const { return mScanControl.anyRunning(); }

@@ -7,6 +7,7 @@ packages=(
   cmake ninja-build g++ clang libclang-rt-14-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   android-libutils-dev android-liblog-dev android-libbase-dev android-libcutils-dev hidl-gen
+  libcapnp-dev capnproto
   libcli11-dev gcovr python3 nlohmann-json3-dev help2man libdvbv5-dev tmux
 )
 

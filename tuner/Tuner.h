@@ -39,6 +39,8 @@ class Tuner : public ITuner {
     Return<void> getLnbIds(getLnbIds_cb _hidl_cb) override;
     Return<void> openLnbById(uint32_t lnbId, openLnbById_cb _hidl_cb) override;
     Return<void> openLnbByName(const hidl_string& lnbName, openLnbByName_cb _hidl_cb) override;
+    // The lshal-debug dump: frontends, demux bindings and open demuxes, read without a driver call.
+    Return<void> debug(const hidl_handle& fd, const hidl_vec<hidl_string>& options) override;
 
     sp<Frontend> getFrontendById(uint32_t frontendId);
     void setFrontendAsDemuxSource(uint32_t frontendId, uint32_t demuxId);

@@ -49,3 +49,40 @@ function(hidl_gen_package fqname path sources_var)
   endif()
   set(${sources_var} ${types} ${headers} PARENT_SCOPE)
 endfunction()
+
+# ---- The host's binder: Cap'n Proto RPC between processes ----
+find_package(CapnProto REQUIRED)
+set(HIDL_TRANSPORT_DIR ${CMAKE_CURRENT_LIST_DIR}/transport)
+set(HIDL_WIRE_DIR ${HIDL_GEN_DIR}/wire)
+
+# hidl_wire_capnp(<schema file> <out-var for sources>): C++ from a Cap'n Proto schema.
+function(hidl_wire_capnp schema sources_var)
+  get_filename_component(name ${schema} NAME)
+  get_filename_component(dir ${schema} DIRECTORY)
+  add_custom_command(
+    OUTPUT ${HIDL_WIRE_DIR}/${name}.c++ ${HIDL_WIRE_DIR}/${name}.h
+    COMMAND ${CMAKE_COMMAND} -E make_directory ${HIDL_WIRE_DIR}
+    COMMAND ${CAPNP_EXECUTABLE} compile -oc++:${HIDL_WIRE_DIR} --src-prefix=${dir}
+            -I${HIDL_TRANSPORT_DIR} -I/usr/include ${schema}
+    DEPENDS ${schema} ${HIDL_TRANSPORT_DIR}/base.capnp
+    COMMENT "capnp ${name}"
+    VERBATIM)
+  set(${sources_var} ${HIDL_WIRE_DIR}/${name}.c++ PARENT_SCOPE)
+endfunction()
+
+# hidl_wire_package(<package@version> <path under the root> <stem> <out-var for sources>):
+# the schema, conversions, proxies and stubs of a package's interfaces.
+function(hidl_wire_package fqname path stem sources_var)
+  set(generator ${HIDL_TRANSPORT_DIR}/hal_to_capnp.py)
+  set(out ${HIDL_WIRE_DIR}/${stem}.capnp ${HIDL_WIRE_DIR}/${stem}Wire.h ${HIDL_WIRE_DIR}/${stem}Wire.cpp)
+  add_custom_command(
+    OUTPUT ${out}
+    COMMAND Python3::Interpreter ${generator} ${fqname} ${HIDL_INTERFACE_ROOT}/${path}
+            --import-package android.hidl.safe_union@1.0 ${HIDL_INTERFACE_ROOT}/hidl/safe_union/1.0
+            -o ${HIDL_WIRE_DIR} --stem ${stem}
+    DEPENDS ${generator} ${HIDL_ALL_INTERFACE_FILES}
+    COMMENT "hal_to_capnp ${fqname}"
+    VERBATIM)
+  hidl_wire_capnp(${HIDL_WIRE_DIR}/${stem}.capnp capnp_sources)
+  set(${sources_var} ${HIDL_WIRE_DIR}/${stem}Wire.cpp ${capnp_sources} PARENT_SCOPE)
+endfunction()

@@ -16,6 +16,7 @@ struct GlobalOptions {
 };
 
 int runOverview(const GlobalOptions& global);
+int runDump(const GlobalOptions& global);
 int runFrontends(const GlobalOptions& global);
 int runInfo(const GlobalOptions& global, uint32_t id);
 

@@ -61,4 +61,15 @@ int runOverview(const GlobalOptions& global) {
     return status != 0 ? status : runLnbs(global);
 }
 
+int runDump(const GlobalOptions& global) {
+    sp<ITuner> tuner = connectTuner();
+    const std::string dump = serviceDump(tuner);
+    if (global.json) {
+        std::cout << JsonObject().add("dump", dump).str() << "\n";
+    } else {
+        std::cout << dump;
+    }
+    return kSuccess;
+}
+
 }  // namespace tunerctl

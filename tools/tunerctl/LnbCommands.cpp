@@ -117,7 +117,16 @@ int runLnb(const GlobalOptions& global, const LnbOptions& o) {
             return kServiceError;
         }
     }
-    showDriverState(global, o.id);
+    if (inProcess()) {
+        showDriverState(global, o.id);
+    } else {
+        // The driver is the service's: what it holds stays in that process.
+        if (global.json) {
+            std::cout << JsonObject().add("lnb", o.id).add("accepted", true).str() << "\n";
+        } else {
+            std::cout << "LNB " << o.id << ": the service accepted every command\n";
+        }
+    }
     return 0;
 }
 

@@ -14,7 +14,6 @@
 #include "Output.h"
 #include "ScanResults.h"
 #include "TunerClient.h"
-#include "frontend/Frontend.h"
 
 namespace tunerctl {
 
@@ -153,7 +152,6 @@ int scanOutcome(bool interrupted, bool nothingFound) {
 }  // namespace
 
 int runScan(const GlobalOptions& global, const ScanOptions& options) {
-    using ::android::hardware::tv::tuner::V1_0::implementation::Frontend;
     sp<ITuner> tuner = connectTuner();
     std::string error;
     sp<IFrontend> frontend = openFrontend(tuner, options.id, error);
@@ -182,8 +180,7 @@ int runScan(const GlobalOptions& global, const ScanOptions& options) {
         return reportFailure(global.json, kServiceError, "scan: " + toString(result));
     }
 
-    // In process the frontend is the service's object: it tells when its scan thread is done.
-    const Frontend* service = static_cast<const Frontend*>(frontend.get());
+    // The service's dump tells when the scan has ended; it is read when no message is waiting.
     ScanReport report;
     report.json = global.json;
     report.bar = !global.json && isatty(STDERR_FILENO);
@@ -201,7 +198,7 @@ int runScan(const GlobalOptions& global, const ScanOptions& options) {
         auto message = events->takeScanMessage(std::chrono::milliseconds(100));
         if (message) {
             report.take(message->first, message->second);
-        } else if (!service->isScanRunning()) {
+        } else if (!scanRunning(tuner, options.id)) {
             break;
         }
     }

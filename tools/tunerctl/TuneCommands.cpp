@@ -6,7 +6,6 @@
 
 #include "ChannelFile.h"
 #include "Commands.h"
-#include "Demux.h"
 #include "ExitCodes.h"
 #include "FrontendEvents.h"
 #include "Output.h"
@@ -296,7 +295,6 @@ int runStatus(const GlobalOptions& global, const TuneOptions& options, bool watc
 }
 
 int runDemux(const GlobalOptions& global, const TuneOptions& options) {
-    using ::android::hardware::tv::tuner::V1_0::implementation::Demux;
     sp<ITuner> tuner = connectTuner();
     std::string error;
     sp<IFrontend> frontend = openFrontend(tuner, options.id, error);
@@ -313,24 +311,21 @@ int runDemux(const GlobalOptions& global, const TuneOptions& options) {
     if (result != Result::SUCCESS) {
         return reportFailure(global.json, kServiceError, "openDemux: " + toString(result));
     }
-    // In process the demux is the player library's object, whose input state can be read.
-    const Demux* player = static_cast<const Demux*>(demux.get());
-    auto input = [&] {
-        return std::string(player->isFrontendInputRunning() ? "running" : "stopped") +
-               " (started " + std::to_string(player->frontendInputStartCount()) + "x)";
-    };
-    // One line per step; for --json a JSON object per line.
+    // One line per step, with the binding the service's dump shows; for --json a JSON object
+    // per line.
     auto step = [&](const std::string& what) {
+        const std::optional<uint32_t> bound = boundDemux(tuner, options.id);
+        const bool ours = bound && *bound == demuxId;
         if (global.json) {
             std::cout << JsonObject()
                                  .add("demux", demuxId)
                                  .add("step", what)
-                                 .add("inputRunning", player->isFrontendInputRunning())
-                                 .add("inputStarts", int32_t{player->frontendInputStartCount()})
+                                 .add("frontendBound", ours)
                                  .str()
                       << "\n";
         } else {
-            std::cout << what << ": input " << input() << "\n";
+            std::cout << what << ": frontend " << options.id
+                      << (ours ? " feeds demux " : " does not feed demux ") << demuxId << "\n";
         }
     };
     if (!global.json) std::cout << "demux " << demuxId << " opened\n";

@@ -2,8 +2,14 @@
 
 #include <hidl/HidlTransportSupport.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <cstdlib>
+#include <regex>
+
+#include "ExitCodes.h"
+#include "Output.h"
 
 extern "C" ::android::hardware::tv::tuner::V1_0::ITuner* HIDL_FETCH_ITuner(const char* name);
 
@@ -13,19 +19,67 @@ using namespace ::android::hardware::tv::tuner::V1_0;
 
 namespace {
 std::atomic<bool> gInterrupted{false};
+bool gInProcess = false;
+bool gJson = false;
 
 void onInterrupt(int) {
     gInterrupted = true;
 }
 }  // namespace
 
+void configureClient(bool inProcessService, bool json) {
+    const char* env = getenv("TUNERCTL_IN_PROCESS");
+    gInProcess = inProcessService || (env != nullptr && std::string(env) == "1");
+    gJson = json;
+}
+
+bool inProcess() {
+    return gInProcess;
+}
+
 sp<ITuner> connectTuner() {
-    ::android::hardware::configureRpcThreadpool(1, false);
-    if (ITuner::getService() == nullptr) {
-        sp<ITuner> service = HIDL_FETCH_ITuner("default");
-        if (service->registerAsService("default") != ::android::OK) return nullptr;
+    static sp<ITuner> service = [] {
+        if (gInProcess) return sp<ITuner>(HIDL_FETCH_ITuner("default"));
+        // Callbacks from the service run on this process's pool.
+        ::android::hardware::configureRpcThreadpool(2, false);
+        return ITuner::getService("default");
+    }();
+    if (service == nullptr) {
+        reportFailure(gJson, kServiceError,
+                      "the tuner service is not running: start it with scripts/service.sh start, "
+                      "or use --in-process");
+        exit(kServiceError);
     }
-    return ITuner::getService();
+    return service;
+}
+
+std::string serviceDump(const sp<ITuner>& tuner) {
+    int fds[2];
+    if (pipe(fds) != 0) return "";
+    native_handle_t* handle = native_handle_create(1, 0);
+    handle->data[0] = fds[1];
+    tuner->debug(::android::hardware::hidl_handle(handle), {}).isOk();
+    native_handle_delete(handle);
+    close(fds[1]);
+    std::string text;
+    char buffer[4096];
+    ssize_t n;
+    while ((n = read(fds[0], buffer, sizeof(buffer))) > 0) text.append(buffer, size_t(n));
+    close(fds[0]);
+    return text;
+}
+
+bool scanRunning(const sp<ITuner>& tuner, uint32_t frontendId) {
+    const std::regex line("frontend " + std::to_string(frontendId) + ": [^\n]*scan running yes");
+    return std::regex_search(serviceDump(tuner), line);
+}
+
+std::optional<uint32_t> boundDemux(const sp<ITuner>& tuner, uint32_t frontendId) {
+    const std::regex binding(" " + std::to_string(frontendId) + "->([0-9]+)");
+    std::smatch match;
+    const std::string dump = serviceDump(tuner);
+    if (!std::regex_search(dump, match, binding)) return std::nullopt;
+    return static_cast<uint32_t>(std::stoul(match[1]));
 }
 
 std::vector<uint32_t> frontendIds(const sp<ITuner>& tuner) {

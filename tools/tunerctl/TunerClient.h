@@ -1,4 +1,6 @@
-// How tunerctl reaches the service: in process, as a passthrough client would.
+// How tunerctl reaches the service: the running service process through getService("default"),
+// or, for scripts and tests, a private service in this process (--in-process or
+// TUNERCTL_IN_PROCESS=1) reached through the implementation library's passthrough entry.
 #pragma once
 
 #include <android/hardware/tv/tuner/1.0/ITuner.h>
@@ -13,9 +15,17 @@ namespace hal = ::android::hardware::tv::tuner::V1_0;
 using ::android::sp;
 using ::android::hardware::hidl_vec;
 
-// The registered "default" service; the implementation library's factory registers it first if
-// nothing has.
+// Chooses the service before the first connectTuner(); errors go out as JSON when json is set.
+void configureClient(bool inProcess, bool json);
+bool inProcess();
+// The "default" service. Without one the process ends with the service-error exit code.
 sp<hal::ITuner> connectTuner();
+// The service's dump (IBase::debug), e.g. for `tunerctl dump`.
+std::string serviceDump(const sp<hal::ITuner>& tuner);
+// Whether the service's dump shows a scan running on the frontend.
+bool scanRunning(const sp<hal::ITuner>& tuner, uint32_t frontendId);
+// The demux the dump shows the frontend bound to, if any.
+std::optional<uint32_t> boundDemux(const sp<hal::ITuner>& tuner, uint32_t frontendId);
 
 // The frontend ids, running discovery on the first call.
 std::vector<uint32_t> frontendIds(const sp<hal::ITuner>& tuner);

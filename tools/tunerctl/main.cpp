@@ -8,6 +8,7 @@
 #include "ExitCodes.h"
 #include "Output.h"
 #include "Satellite.h"
+#include "TunerClient.h"
 
 namespace {
 
@@ -88,6 +89,11 @@ int main(int argc, char** argv) {
     app.add_flag("-v,--verbose", verbosity,
                  "-v shows the service's informational log, -vv its debug log too");
     app.add_flag("-q,--quiet", quiet, "show no service log, not even warnings");
+    bool inProcess = false;
+    app.add_flag("--in-process", inProcess,
+                 "run a private service in this process instead of using the running one "
+                 "(also TUNERCTL_IN_PROCESS=1)");
+    app.add_subcommand("dump", "print the service's state (what lshal debug shows)");
 
     app.add_subcommand("frontends", "list the frontends and their capabilities");
     uint32_t infoId = 0;
@@ -146,6 +152,8 @@ int main(int argc, char** argv) {
                                        : verbosity == 1 ? ANDROID_LOG_INFO
                                                         : ANDROID_LOG_WARN);
 
+    tunerctl::configureClient(inProcess, global.json);
+    if (app.got_subcommand("dump")) return tunerctl::runDump(global);
     if (app.got_subcommand("frontends")) return tunerctl::runFrontends(global);
     if (app.got_subcommand("info")) return tunerctl::runInfo(global, infoId);
     if (app.got_subcommand("lnbs")) return tunerctl::runLnbs(global);

@@ -1,4 +1,5 @@
 #include <hidl/ServiceManagement.h>
+#include <hidl/transport/Transport.h>
 
 #include <map>
 #include <mutex>
@@ -27,16 +28,28 @@ status_t registerAsServiceInternal(const sp<::android::hidl::base::V1_0::IBase>&
                                    const std::string& descriptor, const std::string& name) {
     if (service == nullptr) return BAD_VALUE;
     Registry& r = registry();
-    std::lock_guard<std::mutex> guard(r.lock);
-    return r.services.emplace(Key(descriptor, name), service).second ? OK : ALREADY_EXISTS;
+    {
+        std::lock_guard<std::mutex> guard(r.lock);
+        if (!r.services.emplace(Key(descriptor, name), service).second) return ALREADY_EXISTS;
+    }
+    // Other processes reach it through the host's service directory.
+    status_t published = publishService(service, descriptor, name);
+    if (published != OK) {
+        std::lock_guard<std::mutex> guard(r.lock);
+        r.services.erase(Key(descriptor, name));
+    }
+    return published;
 }
 
 sp<::android::hidl::base::V1_0::IBase> getRawServiceInternal(const std::string& descriptor,
                                                              const std::string& name) {
-    Registry& r = registry();
-    std::lock_guard<std::mutex> guard(r.lock);
-    auto it = r.services.find(Key(descriptor, name));
-    return it == r.services.end() ? nullptr : it->second;
+    {
+        Registry& r = registry();
+        std::lock_guard<std::mutex> guard(r.lock);
+        auto it = r.services.find(Key(descriptor, name));
+        if (it != r.services.end()) return it->second;
+    }
+    return connectToService(descriptor, name);
 }
 
 void clearServices() {

@@ -13,6 +13,8 @@
 #include <android/hardware/tv/tuner/1.0/ITuner.h>
 #include <hidl/HidlHostInterface.h>
 
+#include "tunerWire.h"
+
 namespace android {
 namespace hardware {
 namespace tv {
@@ -32,6 +34,14 @@ HIDL_HOST_INTERFACE_DEFINITIONS(IFilterCallback, "android.hardware.tv.tuner@1.0:
 HIDL_HOST_INTERFACE_DEFINITIONS(IDvr, "android.hardware.tv.tuner@1.0::IDvr")
 HIDL_HOST_INTERFACE_DEFINITIONS(IDvrCallback, "android.hardware.tv.tuner@1.0::IDvrCallback")
 HIDL_HOST_INTERFACE_DEFINITIONS(ITimeFilter, "android.hardware.tv.tuner@1.0::ITimeFilter")
+
+namespace {
+// The package's objects cross processes from the moment the program starts.
+const bool kTransportRegistered = [] {
+    ::wire::tuner::registerTunerTransport();
+    return true;
+}();
+}  // namespace
 
 }  // namespace V1_0
 }  // namespace tuner

@@ -1,0 +1,82 @@
+// The host's binder: interface objects cross between processes as Cap'n Proto capabilities over
+// Unix sockets. One transport thread per process runs the Cap'n Proto event loop and never runs
+// interface code: incoming calls are handed to the RPC thread pool, outgoing calls from any other
+// thread are handed to the transport thread and waited for.
+#pragma once
+
+#include <android/hidl/base/1.0/IBase.h>
+#include <capnp/capability.h>
+#include <hidl/HidlSupport.h>
+#include <kj/async.h>
+#include <utils/Mutex.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace android {
+namespace hardware {
+namespace details {
+
+// The event loop of the transport thread, started on first use.
+const kj::Executor& transportExecutor();
+bool onTransportThread();
+
+// Runs a task on one of the process's RPC pool threads (started with one thread if the process
+// never configured its pool).
+void submitToRpcPool(std::function<void()> task);
+
+// One socket to another process. Dies when the socket closes; death recipients linked to objects
+// of the connection are then told on a pool thread.
+class Connection {
+  public:
+    explicit Connection(std::string peer) : mPeer(std::move(peer)) {}
+
+    bool isAlive() const;
+    const std::string& peer() const { return mPeer; }
+    // False if the connection is already dead, as linkToDeath on a dead object is.
+    bool linkToDeath(const sp<hidl_death_recipient>& recipient, uint64_t cookie,
+                     const wp<::android::hidl::base::V1_0::IBase>& who);
+    bool unlinkToDeath(const sp<hidl_death_recipient>& recipient);
+    void markDead();
+
+  private:
+    struct Link {
+        sp<hidl_death_recipient> recipient;
+        uint64_t cookie;
+        wp<::android::hidl::base::V1_0::IBase> who;
+    };
+    const std::string mPeer;
+    mutable Mutex mLock;
+    bool mAlive GUARDED_BY(mLock) = true;
+    std::vector<Link> mLinks GUARDED_BY(mLock);
+};
+
+// The status of a call that could not reach the other process.
+Status deadObject(const std::string& what);
+
+// How objects of one interface cross: a stub serves a local object to the other side, a proxy
+// stands for a remote one. Each package's transport registers its interfaces.
+struct InterfaceTransport {
+    std::function<capnp::Capability::Client(const sp<::android::hidl::base::V1_0::IBase>&,
+                                            const std::shared_ptr<Connection>&)>
+            makeStub;
+    std::function<sp<::android::hidl::base::V1_0::IBase>(capnp::Capability::Client,
+                                                         const std::shared_ptr<Connection>&)>
+            makeProxy;
+};
+void registerInterfaceTransport(const std::string& descriptor, InterfaceTransport transport);
+
+// The registry of services across processes: one socket per instance in a directory
+// ($MOX_HIDL_SERVICE_DIR, else /tmp/mox-hidl-<uid>). A socket nobody answers on is a stale entry
+// of a dead service and is removed.
+status_t publishService(const sp<::android::hidl::base::V1_0::IBase>& service,
+                        const std::string& descriptor, const std::string& name);
+sp<::android::hidl::base::V1_0::IBase> connectToService(const std::string& descriptor,
+                                                        const std::string& name);
+std::string serviceSocketPath(const std::string& descriptor, const std::string& name);
+
+}  // namespace details
+}  // namespace hardware
+}  // namespace android

@@ -1,0 +1,368 @@
+#include <capnp/rpc-twoparty.h>
+#include <hidl/transport/ProxyStub.h>
+#include <hidl/transport/Transport.h>
+#include <kj/async-io.h>
+#include <log/log.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <condition_variable>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <thread>
+
+namespace android {
+namespace hardware {
+namespace details {
+namespace {
+
+thread_local bool tOnTransportThread = false;
+
+// The transport thread's state. Everything but the executor is touched on that thread only.
+struct Loop {
+    const kj::Executor* executor = nullptr;
+    kj::LowLevelAsyncIoProvider* lowLevel = nullptr;
+    kj::TaskSet* tasks = nullptr;
+};
+
+struct TaskErrors : kj::TaskSet::ErrorHandler {
+    void taskFailed(kj::Exception&& exception) override {
+        ALOGV("transport task ended: %s", exception.getDescription().cStr());
+    }
+};
+
+Loop& loop() {
+    static Loop* instance = [] {
+        // A peer that closes its socket must not end this process with SIGPIPE.
+        signal(SIGPIPE, SIG_IGN);
+        auto* l = new Loop();
+        std::mutex lock;
+        std::condition_variable started;
+        std::thread([l, &lock, &started] {
+            tOnTransportThread = true;
+            kj::AsyncIoContext io = kj::setupAsyncIo();
+            TaskErrors errors;
+            kj::TaskSet tasks(errors);
+            {
+                std::lock_guard<std::mutex> guard(lock);
+                l->executor = &kj::getCurrentThreadExecutor();
+                l->lowLevel = io.lowLevelProvider.get();
+                l->tasks = &tasks;
+            }
+            started.notify_all();
+            kj::NEVER_DONE.wait(io.waitScope);
+        }).detach();
+        std::unique_lock<std::mutex> guard(lock);
+        started.wait(guard, [l] { return l->executor != nullptr; });
+        return l;
+    }();
+    return *instance;
+}
+
+std::map<std::string, InterfaceTransport>& transports() {
+    static auto* map = new std::map<std::string, InterfaceTransport>();
+    return *map;
+}
+
+// One socket and the Cap'n Proto RPC system on it. Lives on the transport thread until the
+// socket closes.
+struct RpcConnection {
+    RpcConnection(kj::Own<kj::AsyncIoStream> s, capnp::rpc::twoparty::Side side)
+        : stream(kj::mv(s)), network(*stream, side) {}
+    kj::Own<kj::AsyncIoStream> stream;
+    capnp::TwoPartyVatNetwork network;
+    kj::Maybe<capnp::RpcSystem<capnp::rpc::twoparty::VatId>> rpc;
+};
+
+// Keeps the connection until it closes, then marks it dead.
+void watch(kj::Own<RpcConnection> rpc, const std::shared_ptr<Connection>& connection) {
+    auto closed = rpc->network.onDisconnect();
+    loop().tasks->add(closed.then([rpc = kj::mv(rpc), connection]() mutable {
+        connection->markDead();
+        // The RPC system may still be unwinding; free it after this turn of the loop.
+        loop().tasks->add(kj::evalLater([rpc = kj::mv(rpc)]() {}));
+    }));
+}
+
+// Serves a published object to every process that connects, for as long as this one lives.
+struct Acceptor {
+    kj::Own<kj::ConnectionReceiver> listener;
+    sp<::android::hidl::base::V1_0::IBase> service;
+    InterfaceTransport crossing;
+    std::string descriptor;
+
+    kj::Promise<void> acceptNext(std::shared_ptr<Acceptor> self) {
+        return listener->accept().then([self](kj::Own<kj::AsyncIoStream> stream) {
+            auto connection = std::make_shared<Connection>(self->descriptor + " client");
+            auto rpc = kj::heap<RpcConnection>(kj::mv(stream), capnp::rpc::twoparty::Side::SERVER);
+            rpc->rpc = capnp::makeRpcServer(rpc->network,
+                                            self->crossing.makeStub(self->service, connection));
+            watch(kj::mv(rpc), connection);
+            return self->acceptNext(self);
+        });
+    }
+};
+
+std::string serviceDirectory() {
+    const char* dir = getenv("MOX_HIDL_SERVICE_DIR");
+    if (dir != nullptr && *dir != '\0') return dir;
+    return "/tmp/mox-hidl-" + std::to_string(getuid());
+}
+
+bool fillAddress(const std::string& path, sockaddr_un& address) {
+    memset(&address, 0, sizeof(address));
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof(address.sun_path)) return false;
+    memcpy(address.sun_path, path.c_str(), path.size());
+    return true;
+}
+
+// 0 when something answers on the socket, else the errno of the attempt.
+int connectSocket(const std::string& path, int& fd) {
+    sockaddr_un address;
+    if (!fillAddress(path, address)) return ENAMETOOLONG;
+    fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) return errno;
+    if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+        int error = errno;
+        close(fd);
+        fd = -1;
+        return error;
+    }
+    return 0;
+}
+
+}  // namespace
+
+const kj::Executor& transportExecutor() {
+    return *loop().executor;
+}
+
+bool onTransportThread() {
+    return tOnTransportThread;
+}
+
+bool Connection::isAlive() const {
+    AutoMutex guard(mLock);
+    return mAlive;
+}
+
+bool Connection::linkToDeath(const sp<hidl_death_recipient>& recipient, uint64_t cookie,
+                             const wp<::android::hidl::base::V1_0::IBase>& who) {
+    AutoMutex guard(mLock);
+    if (!mAlive) return false;
+    mLinks.push_back({recipient, cookie, who});
+    return true;
+}
+
+bool Connection::unlinkToDeath(const sp<hidl_death_recipient>& recipient) {
+    AutoMutex guard(mLock);
+    for (auto it = mLinks.begin(); it != mLinks.end(); ++it) {
+        if (it->recipient == recipient) {
+            mLinks.erase(it);
+            return true;
+        }
+    }
+    return false;
+}
+
+void Connection::markDead() {
+    std::vector<Link> links;
+    {
+        AutoMutex guard(mLock);
+        mAlive = false;
+        links.swap(mLinks);
+    }
+    for (Link& link : links) {
+        submitToRpcPool([link]() { link.recipient->serviceDied(link.cookie, link.who); });
+    }
+}
+
+Status deadObject(const std::string& what) {
+    return Status::fromExceptionCode(Status::EX_TRANSACTION_FAILED, what.c_str());
+}
+
+void registerInterfaceTransport(const std::string& descriptor, InterfaceTransport transport) {
+    transports()[descriptor] = std::move(transport);
+}
+
+Status callAcross(Connection& connection, const std::function<kj::Promise<void>()>& send) {
+    if (!connection.isAlive()) return Status::fromStatusT(DEAD_OBJECT);
+    if (onTransportThread()) {
+        ALOGE("a call across processes from the transport thread would never return");
+        return Status::fromStatusT(INVALID_OPERATION);
+    }
+    kj::Maybe<kj::Exception> failure = kj::runCatchingExceptions(
+            [&]() { transportExecutor().executeSync([&]() { return send(); }); });
+    KJ_IF_MAYBE (exception, failure) {
+        if (exception->getType() == kj::Exception::Type::DISCONNECTED || !connection.isAlive()) {
+            return Status::fromStatusT(DEAD_OBJECT);
+        }
+        return deadObject(exception->getDescription().cStr());
+    }
+    return Status::ok();
+}
+
+Status sendOnewayAcross(Connection& connection, const std::function<void()>& send) {
+    if (!connection.isAlive()) return Status::fromStatusT(DEAD_OBJECT);
+    if (onTransportThread()) {
+        send();
+        return Status::ok();
+    }
+    kj::Maybe<kj::Exception> failure =
+            kj::runCatchingExceptions([&]() { transportExecutor().executeSync(send); });
+    if (failure != nullptr) return Status::fromStatusT(DEAD_OBJECT);
+    return Status::ok();
+}
+
+kj::Promise<void> runOnPool(std::function<return_status()> work, std::function<void()> finish) {
+    auto paf = kj::newPromiseAndCrossThreadFulfiller<void>();
+    auto fulfiller =
+            std::make_shared<kj::Own<kj::CrossThreadPromiseFulfiller<void>>>(kj::mv(paf.fulfiller));
+    submitToRpcPool([fulfiller, work = std::move(work)]() {
+        return_status status = work();
+        if (status.isOk()) {
+            (*fulfiller)->fulfill();
+        } else {
+            (*fulfiller)->reject(KJ_EXCEPTION(FAILED, status.description()));
+        }
+    });
+    return paf.promise.then([finish = std::move(finish)]() { finish(); });
+}
+
+void SerialQueue::post(std::function<void()> task) {
+    bool schedule = false;
+    {
+        AutoMutex guard(mLock);
+        mTasks.push_back(std::move(task));
+        schedule = !mScheduled;
+        mScheduled = true;
+    }
+    if (schedule) submitToRpcPool([self = shared_from_this()]() { self->drain(); });
+}
+
+void SerialQueue::drain() {
+    for (;;) {
+        std::function<void()> task;
+        {
+            AutoMutex guard(mLock);
+            if (mTasks.empty()) {
+                mScheduled = false;
+                return;
+            }
+            task = std::move(mTasks.front());
+            mTasks.pop_front();
+        }
+        task();
+    }
+}
+
+std::string debugDump(const sp<::android::hidl::base::V1_0::IBase>& impl,
+                      const hidl_vec<hidl_string>& options) {
+    int fds[2];
+    if (pipe(fds) != 0) return "";
+    native_handle_t* handle = native_handle_create(1, 0);
+    handle->data[0] = fds[1];
+    hidl_handle fd(handle);
+    impl->debug(fd, options).isOkUnchecked();
+    native_handle_delete(handle);
+    close(fds[1]);
+    std::string text;
+    char buffer[4096];
+    ssize_t n;
+    while ((n = read(fds[0], buffer, sizeof(buffer))) > 0) text.append(buffer, size_t(n));
+    close(fds[0]);
+    return text;
+}
+
+Status writeDebugText(const hidl_handle& fd, const std::string& text) {
+    if (fd.getNativeHandle() == nullptr || fd->numFds < 1) return Status::ok();
+    size_t written = 0;
+    while (written < text.size()) {
+        ssize_t n = write(fd->data[0], text.data() + written, text.size() - written);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        written += size_t(n);
+    }
+    return Status::ok();
+}
+
+std::string serviceSocketPath(const std::string& descriptor, const std::string& name) {
+    return serviceDirectory() + "/" + descriptor + "@" + name;
+}
+
+status_t publishService(const sp<::android::hidl::base::V1_0::IBase>& service,
+                        const std::string& descriptor, const std::string& name) {
+    auto transport = transports().find(descriptor);
+    if (transport == transports().end()) return OK;  // the interface does not cross processes
+    std::string directory = serviceDirectory();
+    mkdir(directory.c_str(), 0700);
+    std::string path = serviceSocketPath(descriptor, name);
+    int probe = -1;
+    int error = connectSocket(path, probe);
+    if (error == 0) {
+        close(probe);
+        return ALREADY_EXISTS;
+    }
+    unlink(path.c_str());  // a stale entry of a service that died, if any
+    sockaddr_un address;
+    if (!fillAddress(path, address)) return BAD_VALUE;
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) return -errno;
+    if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+        int bindError = errno;
+        close(fd);
+        return bindError == EADDRINUSE ? ALREADY_EXISTS : -bindError;
+    }
+    if (listen(fd, 16) != 0) {
+        int listenError = errno;
+        close(fd);
+        return -listenError;
+    }
+    auto acceptor = std::make_shared<Acceptor>();
+    acceptor->service = service;
+    acceptor->crossing = transport->second;
+    acceptor->descriptor = descriptor;
+    transportExecutor().executeSync([&]() {
+        acceptor->listener = loop().lowLevel->wrapListenSocketFd(
+                fd, kj::LowLevelAsyncIoProvider::TAKE_OWNERSHIP);
+        loop().tasks->add(acceptor->acceptNext(acceptor));
+    });
+    return OK;
+}
+
+sp<::android::hidl::base::V1_0::IBase> connectToService(const std::string& descriptor,
+                                                        const std::string& name) {
+    auto transport = transports().find(descriptor);
+    if (transport == transports().end()) return nullptr;
+    std::string path = serviceSocketPath(descriptor, name);
+    int fd = -1;
+    int error = connectSocket(path, fd);
+    if (error == ECONNREFUSED) unlink(path.c_str());  // nobody answers: a stale entry
+    if (error != 0) return nullptr;
+    InterfaceTransport crossing = transport->second;
+    auto connection = std::make_shared<Connection>(descriptor + "/" + name);
+    sp<::android::hidl::base::V1_0::IBase> proxy;
+    transportExecutor().executeSync([&]() {
+        auto rpc = kj::heap<RpcConnection>(
+                loop().lowLevel->wrapSocketFd(fd, kj::LowLevelAsyncIoProvider::TAKE_OWNERSHIP),
+                capnp::rpc::twoparty::Side::CLIENT);
+        auto& system = rpc->rpc.emplace(capnp::makeRpcClient(rpc->network));
+        capnp::word scratch[4];
+        memset(scratch, 0, sizeof(scratch));
+        capnp::MallocMessageBuilder message(scratch);
+        auto server = message.getRoot<capnp::rpc::twoparty::VatId>();
+        server.setSide(capnp::rpc::twoparty::Side::SERVER);
+        proxy = crossing.makeProxy(system.bootstrap(server), connection);
+        watch(kj::mv(rpc), connection);
+    });
+    return proxy;
+}
+
+}  // namespace details
+}  // namespace hardware
+}  // namespace android
