@@ -308,20 +308,36 @@ status_t publishService(const sp<::android::hidl::base::V1_0::IBase>& service,
         close(probe);
         return ALREADY_EXISTS;
     }
-    unlink(path.c_str());  // a stale entry of a service that died, if any
+    // The socket is made and listening under a private name, then renamed into place: a client
+    // never finds the name without someone answering on it, so a refused connection always means
+    // a stale entry.
+    const std::string building = path + ".building." + std::to_string(getpid());
+    unlink(building.c_str());
     sockaddr_un address;
-    if (!fillAddress(path, address)) return BAD_VALUE;
+    if (!fillAddress(building, address)) return BAD_VALUE;
     int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0) return -errno;
-    if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+    if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
+        listen(fd, 16) != 0) {
         int bindError = errno;
         close(fd);
-        return bindError == EADDRINUSE ? ALREADY_EXISTS : -bindError;
+        unlink(building.c_str());
+        return -bindError;
     }
-    if (listen(fd, 16) != 0) {
-        int listenError = errno;
+    // Another process may have published meanwhile; the later one loses, as a second
+    // registration with the service manager does.
+    int raced = -1;
+    if (connectSocket(path, raced) == 0) {
+        close(raced);
         close(fd);
-        return -listenError;
+        unlink(building.c_str());
+        return ALREADY_EXISTS;
+    }
+    if (rename(building.c_str(), path.c_str()) != 0) {
+        int renameError = errno;
+        close(fd);
+        unlink(building.c_str());
+        return -renameError;
     }
     auto acceptor = std::make_shared<Acceptor>();
     acceptor->service = service;

@@ -1,0 +1,330 @@
+// The service binary as a process of its own, driven by client processes through the interface.
+#include <android/hardware/tv/tuner/1.0/ITuner.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <hidl/HidlTransportSupport.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "RecordingCallback.h"
+#include "TestSettings.h"
+
+extern char** environ;
+
+namespace {
+
+using namespace ::android::hardware::tv::tuner::V1_0;
+using ::android::sp;
+using ::android::hardware::hidl_handle;
+using ::android::hardware::hidl_vec;
+using namespace std::chrono_literals;
+
+constexpr auto kBound = 10s;  // every wait of these tests ends by then
+
+bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds bound = kBound) {
+    const auto deadline = std::chrono::steady_clock::now() + bound;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(5ms);
+    }
+    return true;
+}
+
+// Waits for a child process, killing it if it outlives the bound; its exit status, or -1.
+int waitForChild(pid_t pid, std::chrono::milliseconds bound = kBound) {
+    int status = 0;
+    if (!eventually([&] { return waitpid(pid, &status, WNOHANG) == pid; }, bound)) {
+        kill(pid, SIGKILL);
+        waitpid(pid, &status, 0);
+        return -1;
+    }
+    return status;
+}
+
+pid_t spawnService(const std::string& log) {
+    const char* argv[] = {SERVICE_BINARY, nullptr};
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, log.c_str(),
+                                     O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    pid_t pid = -1;
+    posix_spawn(&pid, SERVICE_BINARY, &actions, nullptr, const_cast<char**>(argv), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    return pid;
+}
+
+std::string readFile(const std::string& path) {
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+// Runs body in a child process (a client of its own); the child's exit code is body's.
+pid_t forkClient(const std::function<int()>& body) {
+    pid_t pid = fork();
+    if (pid == 0) _exit(body());
+    return pid;
+}
+
+std::string dumpOf(const sp<ITuner>& tuner) {
+    int fds[2];
+    if (pipe(fds) != 0) return "";
+    native_handle_t* handle = native_handle_create(1, 0);
+    handle->data[0] = fds[1];
+    tuner->debug(hidl_handle(handle), {}).isOk();
+    native_handle_delete(handle);
+    close(fds[1]);
+    std::string text;
+    char buffer[1024];
+    ssize_t n;
+    while ((n = read(fds[0], buffer, sizeof(buffer))) > 0) text.append(buffer, size_t(n));
+    close(fds[0]);
+    return text;
+}
+
+sp<IFrontend> open(const sp<ITuner>& tuner, uint32_t id) {
+    tuner->getFrontendIds([](Result, const hidl_vec<uint32_t>&) {});
+    sp<IFrontend> frontend;
+    tuner->openFrontendById(id, [&](Result, const sp<IFrontend>& f) { frontend = f; });
+    return frontend;
+}
+
+class ServiceProcessTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        mLog = std::string(getenv("MOX_HIDL_SERVICE_DIR")) + "/service.log";
+        mService = spawnService(mLog);
+        ASSERT_GT(mService, 0);
+        // The test process stays a non-client until its children are forked: a transport thread
+        // does not survive fork.
+    }
+    void TearDown() override {
+        if (mService > 0) {
+            kill(mService, SIGTERM);
+            EXPECT_NE(waitForChild(mService), -1) << "SIGTERM ends the service";
+        }
+    }
+    // Becomes a client of the running service.
+    sp<ITuner> connect() {
+        ::android::hardware::configureRpcThreadpool(2, false);
+        sp<ITuner> tuner;
+        eventually([&] { return (tuner = ITuner::getService("default")) != nullptr; });
+        return tuner;
+    }
+
+    std::string mLog;
+    pid_t mService = -1;
+};
+
+TEST_F(ServiceProcessTest, ClientsOnDifferentFrontendsEachSeeOnlyTheirOwnEvents) {
+    auto tuneClient = [](uint32_t id, FrontendSettings settings) {
+        return [id, settings]() {
+            sp<ITuner> tuner;
+            if (!eventually([&] { return (tuner = ITuner::getService()) != nullptr; })) return 10;
+            sp<IFrontend> frontend = open(tuner, id);
+            sp<RecordingCallback> callback = new RecordingCallback();
+            if (frontend == nullptr || frontend->setCallback(callback) != Result::SUCCESS)
+                return 11;
+            if (frontend->tune(settings) != Result::SUCCESS) return 12;
+            if (!eventually([&] { return !callback->events().empty(); })) return 13;
+            std::this_thread::sleep_for(50ms);  // room for an event that should not come
+            if (callback->events() != std::vector<FrontendEventType>{FrontendEventType::LOCKED}) {
+                for (auto e : callback->events()) {
+                    fprintf(stderr, "frontend %u: %s\n", id, toString(e).c_str());
+                }
+                return 14;
+            }
+            hidl_vec<FrontendStatusType> types{FrontendStatusType::DEMOD_LOCK};
+            bool locked = false;
+            frontend->getStatus(types, [&](Result, const hidl_vec<FrontendStatus>& s) {
+                locked = s.size() == 1 && s[0].isDemodLocked();
+            });
+            return locked ? 0 : 15;
+        };
+    };
+    auto scanClient = []() {
+        sp<ITuner> tuner;
+        if (!eventually([&] { return (tuner = ITuner::getService()) != nullptr; })) return 20;
+        sp<IFrontend> frontend = open(tuner, 2);
+        sp<RecordingCallback> callback = new RecordingCallback();
+        frontend->setCallback(callback);
+        if (frontend->scan(dvbc(306000000, 6875000), FrontendScanType::SCAN_AUTO) !=
+            Result::SUCCESS) {
+            return 21;
+        }
+        if (!eventually([&] { return !callback->messages().empty(); })) return 22;
+        frontend->stopScan();
+        return callback->events().empty() ? 0 : 23;  // a scan's messages, no tune events
+    };
+    auto lnbClient = []() {
+        sp<ITuner> tuner;
+        if (!eventually([&] { return (tuner = ITuner::getService()) != nullptr; })) return 30;
+        tuner->getFrontendIds([](Result, const hidl_vec<uint32_t>&) {});
+        sp<ILnb> lnb;
+        tuner->openLnbById(0, [&](Result, const sp<ILnb>& l) { lnb = l; });
+        if (lnb == nullptr) return 31;
+        if (lnb->setVoltage(LnbVoltage::VOLTAGE_18V) != Result::SUCCESS) return 32;
+        if (lnb->sendDiseqcMessage({0xE0, 0x10, 0x38, 0xF0}) != Result::SUCCESS) return 33;
+        uint32_t demuxId = 0;
+        sp<IDemux> demux;
+        tuner->openDemux([&](Result, uint32_t id, const sp<IDemux>& d) {
+            demuxId = id;
+            demux = d;
+        });
+        if (demux == nullptr || demux->setFrontendDataSource(3) != Result::SUCCESS) return 34;
+        return dumpOf(tuner).find("3->" + std::to_string(demuxId)) != std::string::npos ? 0 : 35;
+    };
+    pid_t clients[] = {forkClient(tuneClient(0, dvbt(482000000))),
+                       forkClient(tuneClient(1, dvbt(650000000))), forkClient(scanClient),
+                       forkClient(lnbClient)};
+    for (pid_t client : clients) {
+        const int status = waitForChild(client);
+        EXPECT_TRUE(WIFEXITED(status)) << "client " << client << " status " << status;
+        EXPECT_EQ(WEXITSTATUS(status), 0) << "client " << client;
+    }
+}
+
+TEST_F(ServiceProcessTest, StateOutlivesTheClientThatMadeIt) {
+    pid_t client = forkClient([] {
+        sp<ITuner> tuner;
+        if (!eventually([&] { return (tuner = ITuner::getService()) != nullptr; })) return 1;
+        sp<IFrontend> frontend = open(tuner, 0);
+        sp<RecordingCallback> callback = new RecordingCallback();
+        frontend->setCallback(callback);
+        frontend->tune(dvbt(482000000));
+        return eventually([&] { return !callback->events().empty(); }) ? 0 : 2;
+    });
+    ASSERT_EQ(waitForChild(client), 0);
+    sp<ITuner> tuner = connect();
+    ASSERT_NE(tuner, nullptr);
+    EXPECT_NE(dumpOf(tuner).find("frontend 0: type DVBT, locked yes"), std::string::npos)
+            << dumpOf(tuner);
+}
+
+TEST_F(ServiceProcessTest, AClientKilledDuringAScanLeavesTheServiceServingOthers) {
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    pid_t client = forkClient([&] {
+        sp<ITuner> tuner;
+        if (!eventually([&] { return (tuner = ITuner::getService()) != nullptr; })) return 1;
+        sp<IFrontend> frontend = open(tuner, 2);
+        frontend->setCallback(new RecordingCallback());
+        // A blind sweep of the whole band: it outlives this process.
+        frontend->scan(dvbc(47000000, 6875000), FrontendScanType::SCAN_BLIND);
+        char byte = 1;
+        if (write(ready[1], &byte, 1) != 1) return 2;
+        pause();
+        return 0;
+    });
+    char byte = 0;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    kill(client, SIGKILL);
+    waitForChild(client);
+
+    sp<ITuner> tuner = connect();
+    ASSERT_NE(tuner, nullptr);
+    EXPECT_TRUE(tuner->ping().isOk());
+    // The dead client's scan goes on sending to nobody; the service ignores the failed calls.
+    sp<IFrontend> frontend = open(tuner, 0);
+    sp<RecordingCallback> callback = new RecordingCallback();
+    frontend->setCallback(callback);
+    ASSERT_EQ(frontend->tune(dvbt(482000000)), Result::SUCCESS);
+    EXPECT_TRUE(eventually([&] { return !callback->events().empty(); }));
+    sp<IFrontend> scanned = open(tuner, 2);
+    EXPECT_EQ(scanned->stopScan(), Result::SUCCESS);
+    EXPECT_NE(dumpOf(tuner).find("frontend 2: type DVBC, locked no, scan running no"),
+              std::string::npos);
+}
+
+struct DeathRecipient : ::android::hardware::hidl_death_recipient {
+    std::atomic<int> deaths{0};
+    std::atomic<uint64_t> cookie{0};
+    void serviceDied(uint64_t c, const ::android::wp<::android::hidl::base::V1_0::IBase>&) override {
+        cookie = c;
+        ++deaths;
+    }
+};
+
+TEST_F(ServiceProcessTest, TheServiceDyingFailsTheClientsCallsAndTellsItsDeathRecipient) {
+    sp<ITuner> tuner = connect();
+    ASSERT_NE(tuner, nullptr);
+    sp<IFrontend> frontend = open(tuner, 0);
+    ASSERT_NE(frontend, nullptr);
+    sp<DeathRecipient> recipient = new DeathRecipient();
+    ASSERT_TRUE(tuner->linkToDeath(recipient, 42).withDefault(false));
+
+    std::atomic<bool> failed{false};
+    std::string description;
+    std::thread client([&] {
+        while (!failed) {
+            auto result = frontend->tune(dvbt(482000000));
+            if (!result.isOk()) {
+                description = result.description();
+                failed = true;
+            }
+        }
+    });
+    std::this_thread::sleep_for(20ms);
+    kill(mService, SIGKILL);
+    waitForChild(mService);
+    mService = -1;
+    EXPECT_TRUE(eventually([&] { return failed.load(); })) << "a call to a dead process fails";
+    if (!failed) {
+        failed = true;  // end the client thread either way
+    }
+    client.join();
+    EXPECT_FALSE(description.empty());
+    EXPECT_TRUE(eventually([&] { return recipient->deaths == 1; }));
+    EXPECT_EQ(recipient->cookie, 42u);
+    EXPECT_FALSE(tuner->ping().isOk());
+}
+
+TEST_F(ServiceProcessTest, ASecondInstanceAbortsOnItsRefusedRegistration) {
+    sp<ITuner> tuner = connect();
+    ASSERT_NE(tuner, nullptr) << "the first instance is registered";
+    const std::string secondLog = std::string(getenv("MOX_HIDL_SERVICE_DIR")) + "/second.log";
+    pid_t second = spawnService(secondLog);
+    const int status = waitForChild(second);
+    ASSERT_TRUE(WIFSIGNALED(status)) << status;
+    EXPECT_EQ(WTERMSIG(status), SIGABRT);
+    EXPECT_NE(readFile(secondLog).find("Error while registering tuner service: -17"),
+              std::string::npos)
+            << readFile(secondLog);
+    EXPECT_TRUE(tuner->ping().isOk()) << "the first instance serves on";
+}
+
+TEST_F(ServiceProcessTest, BaseMethodsWorkAcrossProcesses) {
+    sp<ITuner> tuner = connect();
+    ASSERT_NE(tuner, nullptr);
+    EXPECT_TRUE(tuner->isRemote());
+    EXPECT_TRUE(tuner->ping().isOk());
+    std::string descriptor;
+    tuner->interfaceDescriptor([&](const auto& d) { descriptor = d; });
+    EXPECT_EQ(descriptor, "android.hardware.tv.tuner@1.0::ITuner");
+    std::vector<std::string> chain;
+    tuner->interfaceChain([&](const hidl_vec<::android::hardware::hidl_string>& c) {
+        for (const auto& d : c) chain.push_back(d);
+    });
+    EXPECT_EQ(chain, (std::vector<std::string>{"android.hardware.tv.tuner@1.0::ITuner",
+                                               "android.hidl.base@1.0::IBase"}));
+    EXPECT_NE(dumpOf(tuner).find("frontends: "), std::string::npos);
+    sp<IFrontend> frontend = open(tuner, 0);
+    ASSERT_NE(frontend, nullptr);
+    EXPECT_TRUE(frontend->isRemote());
+    sp<DeathRecipient> recipient = new DeathRecipient();
+    EXPECT_TRUE(frontend->linkToDeath(recipient, 1).withDefault(false));
+    EXPECT_TRUE(frontend->unlinkToDeath(recipient).withDefault(false));
+}
+
+}  // namespace
