@@ -7,7 +7,8 @@
 
 namespace android::hardware::tv::tuner::V1_0::implementation {
 
-Mutex Frontend::sDriverPreparationLock;
+// Never destroyed: the service's threads may still take it while the process exits.
+Mutex& Frontend::sDriverPreparationLock = *new Mutex();
 bool Frontend::mIsMoxTunerReady = false;
 
 namespace {

@@ -107,7 +107,7 @@ class Frontend : public IFrontend {
 
     // The driver is prepared once per process, by the first frontend constructed. Frontends of
     // different Tuners may be constructed at once (within one Tuner, discovery holds its mLock).
-    static Mutex sDriverPreparationLock;
+    static Mutex& sDriverPreparationLock;
     static bool mIsMoxTunerReady GUARDED_BY(sDriverPreparationLock);
 };
 

@@ -112,7 +112,10 @@ class ServiceProcessTest : public ::testing::Test {
     void TearDown() override {
         if (mService > 0) {
             kill(mService, SIGTERM);
-            EXPECT_NE(waitForChild(mService), -1) << "SIGTERM ends the service";
+            const int status = waitForChild(mService);
+            EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
+                    << "SIGTERM ends the service with 0; status " << status << "\n"
+                    << readFile(mLog);
         }
     }
     // Becomes a client of the running service.

@@ -15,12 +15,37 @@
 #include <mutex>
 #include <thread>
 
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#include <sanitizer/tsan_interface.h>
+#define TRANSPORT_UNDER_TSAN 1
+#endif
+#endif
+
 namespace android {
 namespace hardware {
 namespace details {
 namespace {
 
 thread_local bool tOnTransportThread = false;
+
+// Cap'n Proto hands work between threads with its own futex-based primitives, which a
+// ThreadSanitizer build cannot see (Debian's libkj is not instrumented). These mark each handoff
+// so that what one thread wrote before it is seen as written before what the other reads.
+#ifdef TRANSPORT_UNDER_TSAN
+void handOff(const void* token) {
+    __tsan_release(const_cast<void*>(token));
+}
+void takeOver(const void* token) {
+    __tsan_acquire(const_cast<void*>(token));
+}
+#else
+void handOff(const void*) {}
+void takeOver(const void*) {}
+#endif
+
+// Runs work on the transport thread and waits for the promise it returns.
+void runOnTransport(const std::function<kj::Promise<void>()>& work);
 
 // The transport thread's state. Everything but the executor is touched on that thread only.
 struct Loop {
@@ -48,12 +73,14 @@ Loop& loop() {
             TaskErrors errors;
             kj::TaskSet tasks(errors);
             {
+                // Notified under the lock: the starter owns lock and condition and may destroy
+                // them as soon as it sees the executor.
                 std::lock_guard<std::mutex> guard(lock);
                 l->executor = &kj::getCurrentThreadExecutor();
                 l->lowLevel = io.lowLevelProvider.get();
                 l->tasks = &tasks;
+                started.notify_all();
             }
-            started.notify_all();
             kj::NEVER_DONE.wait(io.waitScope);
         }).detach();
         std::unique_lock<std::mutex> guard(lock);
@@ -142,6 +169,33 @@ const kj::Executor& transportExecutor() {
     return *loop().executor;
 }
 
+namespace {
+void runOnTransport(const std::function<kj::Promise<void>()>& work) {
+    int token = 0;
+    handOff(&token);
+    KJ_DEFER(takeOver(&token));
+    transportExecutor().executeSync([&]() {
+        takeOver(&token);
+        return work().then([&]() { handOff(&token); },
+                           [&](kj::Exception&& e) {
+                               handOff(&token);
+                               kj::throwFatalException(kj::mv(e));
+                           });
+    });
+}
+}  // namespace
+
+void runOnTransportThread(const std::function<void()>& work) {
+    if (onTransportThread()) {
+        work();
+        return;
+    }
+    runOnTransport([&]() {
+        work();
+        return kj::Promise<void>(kj::READY_NOW);
+    });
+}
+
 bool onTransportThread() {
     return tOnTransportThread;
 }
@@ -196,8 +250,7 @@ Status callAcross(Connection& connection, const std::function<kj::Promise<void>(
         ALOGE("a call across processes from the transport thread would never return");
         return Status::fromStatusT(INVALID_OPERATION);
     }
-    kj::Maybe<kj::Exception> failure = kj::runCatchingExceptions(
-            [&]() { transportExecutor().executeSync([&]() { return send(); }); });
+    kj::Maybe<kj::Exception> failure = kj::runCatchingExceptions([&]() { runOnTransport(send); });
     KJ_IF_MAYBE (exception, failure) {
         if (exception->getType() == kj::Exception::Type::DISCONNECTED || !connection.isAlive()) {
             return Status::fromStatusT(DEAD_OBJECT);
@@ -214,7 +267,7 @@ Status sendOnewayAcross(Connection& connection, const std::function<void()>& sen
         return Status::ok();
     }
     kj::Maybe<kj::Exception> failure =
-            kj::runCatchingExceptions([&]() { transportExecutor().executeSync(send); });
+            kj::runCatchingExceptions([&]() { runOnTransportThread(send); });
     if (failure != nullptr) return Status::fromStatusT(DEAD_OBJECT);
     return Status::ok();
 }
@@ -225,13 +278,17 @@ kj::Promise<void> runOnPool(std::function<return_status()> work, std::function<v
             std::make_shared<kj::Own<kj::CrossThreadPromiseFulfiller<void>>>(kj::mv(paf.fulfiller));
     submitToRpcPool([fulfiller, work = std::move(work)]() {
         return_status status = work();
+        handOff(fulfiller.get());
         if (status.isOk()) {
             (*fulfiller)->fulfill();
         } else {
             (*fulfiller)->reject(KJ_EXCEPTION(FAILED, status.description()));
         }
     });
-    return paf.promise.then([finish = std::move(finish)]() { finish(); });
+    return paf.promise.then([fulfiller, finish = std::move(finish)]() {
+        takeOver(fulfiller.get());
+        finish();
+    });
 }
 
 void SerialQueue::post(std::function<void()> task) {
@@ -343,7 +400,7 @@ status_t publishService(const sp<::android::hidl::base::V1_0::IBase>& service,
     acceptor->service = service;
     acceptor->crossing = transport->second;
     acceptor->descriptor = descriptor;
-    transportExecutor().executeSync([&]() {
+    runOnTransportThread([&]() {
         acceptor->listener = loop().lowLevel->wrapListenSocketFd(
                 fd, kj::LowLevelAsyncIoProvider::TAKE_OWNERSHIP);
         loop().tasks->add(acceptor->acceptNext(acceptor));
@@ -363,7 +420,7 @@ sp<::android::hidl::base::V1_0::IBase> connectToService(const std::string& descr
     InterfaceTransport crossing = transport->second;
     auto connection = std::make_shared<Connection>(descriptor + "/" + name);
     sp<::android::hidl::base::V1_0::IBase> proxy;
-    transportExecutor().executeSync([&]() {
+    runOnTransportThread([&]() {
         auto rpc = kj::heap<RpcConnection>(
                 loop().lowLevel->wrapSocketFd(fd, kj::LowLevelAsyncIoProvider::TAKE_OWNERSHIP),
                 capnp::rpc::twoparty::Side::CLIENT);

@@ -115,11 +115,7 @@ class ProxyBase : public I {
           mConnection(std::move(connection)) {}
     ~ProxyBase() noexcept override {
         // The capability lives on the transport thread and is dropped there.
-        if (onTransportThread()) {
-            mClient = nullptr;
-        } else {
-            transportExecutor().executeSync([this]() { mClient = nullptr; });
-        }
+        runOnTransportThread([this]() { mClient = nullptr; });
     }
 
     bool isRemote() const override { return true; }

@@ -22,6 +22,8 @@ namespace details {
 // The event loop of the transport thread, started on first use.
 const kj::Executor& transportExecutor();
 bool onTransportThread();
+// Runs work on the transport thread (at once when already there) and waits for it.
+void runOnTransportThread(const std::function<void()>& work);
 
 // Runs a task on one of the process's RPC pool threads (started with one thread if the process
 // never configured its pool).
