@@ -3,7 +3,12 @@
 #include <android/hardware/tv/tuner/1.0/ITuner.h>
 #include <gtest/gtest.h>
 #include <hidl/ServiceManagement.h>
+#include <hidl/transport/Passthrough.h>
 
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
 #include <type_traits>
 #include <vector>
 
@@ -128,7 +133,11 @@ TEST(HidlPlatformTest, RegistryHandsOutTheRegisteredServiceOnce) {
     };
     ::android::sp<ITuner> tuner = new NullTuner();
     EXPECT_EQ(tuner->registerAsService(), ::android::OK);
-    EXPECT_EQ(ITuner::getService(), tuner);
+    EXPECT_EQ(ITuner::getService("default", true), tuner) << "getStub: the object itself";
+    ::android::sp<ITuner> wrapped = ITuner::getService();
+    ASSERT_NE(wrapped, nullptr);
+    EXPECT_NE(wrapped, tuner) << "a client of the same process gets the passthrough wrapper";
+    EXPECT_FALSE(wrapped->isRemote());
     EXPECT_EQ(tuner->registerAsService("default"), ::android::ALREADY_EXISTS);
     EXPECT_EQ(IFrontend::getService("default"), nullptr) << "another interface, another name";
 
@@ -142,6 +151,45 @@ TEST(HidlPlatformTest, RegistryHandsOutTheRegisteredServiceOnce) {
     EXPECT_EQ(ITuner::castFrom(base).withDefault(nullptr), tuner);
     EXPECT_EQ(IFrontend::castFrom(base).withDefault(nullptr), nullptr);
     details::clearServices();
+}
+
+// Oneway calls through the passthrough wrapper return at once and run later, one at a time, in
+// the order they were made.
+TEST(HidlPlatformTest, PassthroughDeliversOnewayCallsLaterAndInOrder) {
+    struct GatedCallback : IFrontendCallback {
+        std::mutex lock;
+        std::condition_variable changed;
+        bool open = false;
+        std::vector<FrontendEventType> seen;
+        std::thread::id runsOn;
+        Return<void> onEvent(FrontendEventType event) override {
+            std::unique_lock<std::mutex> guard(lock);
+            changed.wait(guard, [&] { return open; });
+            seen.push_back(event);
+            runsOn = std::this_thread::get_id();
+            changed.notify_all();
+            return Void();
+        }
+        Return<void> onScanMessage(FrontendScanMessageType, const FrontendScanMessage&) override {
+            return Void();
+        }
+    };
+    ::android::sp<GatedCallback> target = new GatedCallback();
+    ::android::sp<IFrontendCallback> wrapped =
+            details::wrapPassthrough(::android::sp<IFrontendCallback>(target));
+    ASSERT_NE(wrapped.get(), target.get());
+    EXPECT_EQ(details::wrapPassthrough(wrapped), wrapped) << "a wrapper is not wrapped again";
+    const std::vector<FrontendEventType> sent{
+            FrontendEventType::LOCKED, FrontendEventType::LOST_LOCK, FrontendEventType::NO_SIGNAL};
+    for (FrontendEventType event : sent) EXPECT_TRUE(wrapped->onEvent(event).isOk());
+    std::unique_lock<std::mutex> guard(target->lock);
+    EXPECT_TRUE(target->seen.empty()) << "the calls returned before the callback ran";
+    target->open = true;
+    target->changed.notify_all();
+    ASSERT_TRUE(target->changed.wait_for(guard, std::chrono::seconds(10),
+                                         [&] { return target->seen.size() == sent.size(); }));
+    EXPECT_EQ(target->seen, sent);
+    EXPECT_NE(target->runsOn, std::this_thread::get_id());
 }
 
 TEST(HidlPlatformTest, ReturnCarriesValueOrStatus) {

@@ -34,8 +34,12 @@ class FrontendEvents : public hal::IFrontendCallback {
         return ::android::hardware::Void();
     }
 
-    std::optional<hal::FrontendEventType> takeEvent() {
-        std::lock_guard<std::mutex> guard(mLock);
+    // The next event. A tune sends its event before it returns, but the event is a oneway call
+    // that reaches this process's pool a moment later: wait for it, within a bound.
+    std::optional<hal::FrontendEventType> takeEvent(
+            std::chrono::milliseconds timeout = std::chrono::seconds(5)) {
+        std::unique_lock<std::mutex> lock(mLock);
+        mChanged.wait_for(lock, timeout, [this] { return !mEvents.empty(); });
         if (mEvents.empty()) return std::nullopt;
         hal::FrontendEventType event = mEvents.front();
         mEvents.pop_front();

@@ -199,6 +199,11 @@ int runScan(const GlobalOptions& global, const ScanOptions& options) {
         if (message) {
             report.take(message->first, message->second);
         } else if (!scanRunning(tuner, options.id)) {
+            // The scan's last messages were sent before it ended; being oneway calls they may
+            // still be on their way to this process's pool.
+            while ((message = events->takeScanMessage(std::chrono::milliseconds(200)))) {
+                report.take(message->first, message->second);
+            }
             break;
         }
     }

@@ -1,6 +1,7 @@
 #include "TunerClient.h"
 
 #include <hidl/HidlTransportSupport.h>
+#include <hidl/transport/Passthrough.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -39,7 +40,12 @@ bool inProcess() {
 
 sp<ITuner> connectTuner() {
     static sp<ITuner> service = [] {
-        if (gInProcess) return sp<ITuner>(HIDL_FETCH_ITuner("default"));
+        // In process, as a passthrough client: through the wrapper, so that the service's
+        // threads hand callbacks to this process's pool rather than running them.
+        if (gInProcess) {
+            return ::android::hardware::details::wrapPassthrough(
+                    sp<ITuner>(HIDL_FETCH_ITuner("default")));
+        }
         // Callbacks from the service run on this process's pool.
         ::android::hardware::configureRpcThreadpool(2, false);
         return ITuner::getService("default");

@@ -623,11 +623,53 @@ class CppWriter:
         h.append('};\n')
         return h, c
 
+    def wrap_expr(self, ref, expr):
+        iface = self.iface_of(ref)
+        if iface:
+            return '::android::hardware::details::wrapPassthrough(%s)' % expr
+        return expr
+
+    def passthrough(self, decl):
+        """An IFoo in front of a local object, as HIDL's passthrough mode has: oneway methods are
+        queued and run on the RPC pool in order, interface objects crossing are wrapped too."""
+        n = self.native_iface(decl)
+        cls = decl.name + 'Passthrough'
+        h = ['class %s final : public ::android::hardware::details::PassthroughBase<%s> {' % (cls, n),
+             '  public:',
+             '    using PassthroughBase::PassthroughBase;']
+        c = []
+        for name, oneway, params, results in decl.methods:
+            args = [self.param_decl(pn, pr) for pn, pr in params]
+            if self.elided(results):
+                rtype = '::android::hardware::Return<%s>' % self.pkg.cpp_type(self.pkg.resolve(results[0][1], None))
+            else:
+                rtype = '::android::hardware::Return<void>'
+                if results:
+                    args.append('%s_cb _hidl_cb' % (n + '::' + name))
+            h.append('    %s %s(%s) override;' % (rtype, name, ', '.join(args)))
+            c.append('%s %s::%s(%s) {' % (rtype, cls, name, ', '.join(args)))
+            call_args = [self.wrap_expr(pr, pn) for pn, pr in params]
+            if oneway:
+                captures = ', '.join(['impl = impl()'] + ['%s = %s' % (pn, self.wrap_expr(pr, pn)) for pn, pr in params])
+                c.append('    post([%s]() { impl->%s(%s).isOkUnchecked(); });' % (captures, name, ', '.join(pn for pn, _ in params)))
+                c.append('    return ::android::hardware::Void();')
+            elif not results or self.elided(results):
+                c.append('    return impl()->%s(%s);' % (name, ', '.join(call_args)))
+            else:
+                cbargs = ', '.join('%s r%d' % (self.param_decl('', rr).strip(), i) for i, (rn, rr) in enumerate(results))
+                fwd = ', '.join(self.wrap_expr(rr, 'r%d' % i) for i, (rn, rr) in enumerate(results))
+                sep = ', ' if call_args else ''
+                c.append('    return impl()->%s(%s%s[&](%s) { _hidl_cb(%s); });' % (name, ', '.join(call_args), sep, cbargs, fwd))
+            c.append('}\n')
+        h.append('};\n')
+        return h, c
+
     def write(self, header_name, schema_header):
         conv_h, conv_c = self.conversions()
         ifaces = [d for d in self.pkg.decls.values() if d.kind == 'interface']
         h = ['// Written by hal_to_capnp.py from the interface files of %s.' % self.pkg.package,
              '#pragma once', '',
+             '#include <hidl/transport/Passthrough.h>',
              '#include <hidl/transport/ProxyStub.h>',
              '#include "%s"' % schema_header, '']
         for d in ifaces:
@@ -643,12 +685,14 @@ class CppWriter:
         for d in ifaces:
             h.append('class %sProxy;' % d.name)
             h.append('class %sStub;' % d.name)
+            h.append('class %sPassthrough;' % d.name)
         h.append('')
         for d in ifaces:
             ph, pc = self.proxy(d)
             sh, sc = self.stub(d)
-            h += ph + sh
-            c += pc + sc
+            bh, bc = self.passthrough(d)
+            h += ph + sh + bh
+            c += pc + sc + bc
         fn = 'register%sTransport' % capitalised(self.stem)
         h.append('// Lets every interface of the package cross processes.')
         h.append('void %s();\n' % fn)
@@ -667,6 +711,10 @@ class CppWriter:
             c.append('                const std::shared_ptr<::android::hardware::details::Connection>& connection)')
             c.append('                     -> ::android::sp<::android::hidl::base::V1_0::IBase> {')
             c.append('                 return new %sProxy(client.castAs<%s>(), connection);' % (w, w))
+            c.append('             },')
+            c.append('             [](const ::android::sp<::android::hidl::base::V1_0::IBase>& object)')
+            c.append('                     -> ::android::sp<::android::hidl::base::V1_0::IBase> {')
+            c.append('                 return new %sPassthrough(::android::sp<%s>(dynamic_cast<%s*>(object.get())));' % (d.name, n, n))
             c.append('             }});')
         c.append('}\n')
         h.append('}  // namespace %s\n}  // namespace wire' % self.stem)

@@ -42,13 +42,15 @@ status_t registerAsServiceInternal(const sp<::android::hidl::base::V1_0::IBase>&
 }
 
 sp<::android::hidl::base::V1_0::IBase> getRawServiceInternal(const std::string& descriptor,
-                                                             const std::string& name) {
+                                                             const std::string& name, bool getStub) {
+    sp<::android::hidl::base::V1_0::IBase> local;
     {
         Registry& r = registry();
         std::lock_guard<std::mutex> guard(r.lock);
         auto it = r.services.find(Key(descriptor, name));
-        if (it != r.services.end()) return it->second;
+        if (it != r.services.end()) local = it->second;
     }
+    if (local != nullptr) return getStub ? local : wrapPassthroughBase(local, descriptor);
     return connectToService(descriptor, name);
 }
 

@@ -1,4 +1,5 @@
 #include <capnp/rpc-twoparty.h>
+#include <hidl/transport/Passthrough.h>
 #include <hidl/transport/ProxyStub.h>
 #include <hidl/transport/Transport.h>
 #include <kj/async-io.h>
@@ -346,6 +347,15 @@ Status writeDebugText(const hidl_handle& fd, const std::string& text) {
         written += size_t(n);
     }
     return Status::ok();
+}
+
+sp<::android::hidl::base::V1_0::IBase> wrapPassthroughBase(
+        const sp<::android::hidl::base::V1_0::IBase>& object, const std::string& descriptor) {
+    if (object == nullptr || object->isRemote()) return object;
+    if (dynamic_cast<PassthroughMarker*>(object.get()) != nullptr) return object;
+    auto transport = transports().find(descriptor);
+    if (transport == transports().end() || !transport->second.makePassthrough) return object;
+    return transport->second.makePassthrough(object);
 }
 
 std::string serviceSocketPath(const std::string& descriptor, const std::string& name) {

@@ -83,10 +83,10 @@ sp<IChild> castInterface(const sp<::android::hidl::base::V1_0::IBase>& parent) {
     ::android::sp<IName> IName::tryGetService(const std::string& serviceName, bool getStub) {       \
         return getService(serviceName, getStub);                                                    \
     }                                                                                               \
-    ::android::sp<IName> IName::getService(const std::string& serviceName, bool /*getStub*/) {      \
+    ::android::sp<IName> IName::getService(const std::string& serviceName, bool getStub) {          \
         return ::android::hardware::details::castInterface<IName>(                                  \
                 ::android::hardware::details::getRawServiceInternal(IName::descriptor,              \
-                                                                    serviceName));                  \
+                                                                    serviceName, getStub));         \
     }                                                                                               \
     ::android::status_t IName::registerAsService(const std::string& serviceName) {                  \
         return ::android::hardware::details::registerAsServiceInternal(this, IName::descriptor,     \

@@ -16,8 +16,11 @@ namespace details {
 // ALREADY_EXISTS.
 status_t registerAsServiceInternal(const sp<::android::hidl::base::V1_0::IBase>& service,
                                    const std::string& descriptor, const std::string& name);
+// A service of this process comes wrapped for passthrough unless getStub asks for the object
+// itself; a service of another process comes as a proxy.
 sp<::android::hidl::base::V1_0::IBase> getRawServiceInternal(const std::string& descriptor,
-                                                             const std::string& name);
+                                                             const std::string& name,
+                                                             bool getStub = false);
 // Host only: forgets every registration (tests start from an empty registry).
 void clearServices();
 

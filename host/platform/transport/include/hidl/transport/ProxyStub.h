@@ -17,18 +17,6 @@ namespace details {
 // failed call on the other side.
 kj::Promise<void> runOnPool(std::function<return_status()> work, std::function<void()> finish);
 
-// Oneway calls to one object run one at a time, in the order they arrived, on pool threads.
-class SerialQueue : public std::enable_shared_from_this<SerialQueue> {
-  public:
-    void post(std::function<void()> task);
-
-  private:
-    void drain();
-    Mutex mLock;
-    std::deque<std::function<void()>> mTasks GUARDED_BY(mLock);
-    bool mScheduled GUARDED_BY(mLock) = false;
-};
-
 std::string debugDump(const sp<::android::hidl::base::V1_0::IBase>& impl,
                       const hidl_vec<hidl_string>& options);
 

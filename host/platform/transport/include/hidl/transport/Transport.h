@@ -10,6 +10,7 @@
 #include <kj/async.h>
 #include <utils/Mutex.h>
 
+#include <deque>
 #include <functional>
 #include <memory>
 #include <string>
@@ -28,6 +29,18 @@ void runOnTransportThread(const std::function<void()>& work);
 // Runs a task on one of the process's RPC pool threads (started with one thread if the process
 // never configured its pool).
 void submitToRpcPool(std::function<void()> task);
+
+// Oneway calls to one object run one at a time, in the order they arrived, on pool threads.
+class SerialQueue : public std::enable_shared_from_this<SerialQueue> {
+  public:
+    void post(std::function<void()> task);
+
+  private:
+    void drain();
+    Mutex mLock;
+    std::deque<std::function<void()>> mTasks GUARDED_BY(mLock);
+    bool mScheduled GUARDED_BY(mLock) = false;
+};
 
 // One socket to another process. Dies when the socket closes; death recipients linked to objects
 // of the connection are then told on a pool thread.
@@ -67,8 +80,17 @@ struct InterfaceTransport {
     std::function<sp<::android::hidl::base::V1_0::IBase>(capnp::Capability::Client,
                                                          const std::shared_ptr<Connection>&)>
             makeProxy;
+    // The passthrough wrapper of a local object (see Passthrough.h).
+    std::function<sp<::android::hidl::base::V1_0::IBase>(
+            const sp<::android::hidl::base::V1_0::IBase>&)>
+            makePassthrough;
 };
 void registerInterfaceTransport(const std::string& descriptor, InterfaceTransport transport);
+
+// The object a client in the same process gets: the passthrough wrapper of a local object, the
+// object itself if it is remote or already wrapped (or its interface does not cross).
+sp<::android::hidl::base::V1_0::IBase> wrapPassthroughBase(
+        const sp<::android::hidl::base::V1_0::IBase>& object, const std::string& descriptor);
 
 // The registry of services across processes: one socket per instance in a directory
 // ($MOX_HIDL_SERVICE_DIR, else /tmp/mox-hidl-<uid>). A socket nobody answers on is a stale entry
