@@ -2,6 +2,7 @@
 #include <android/hardware/tv/tuner/1.0/ITuner.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <hidl/DebugDump.h>
 #include <hidl/HidlTransportSupport.h>
 #include <signal.h>
 #include <spawn.h>
@@ -78,19 +79,7 @@ pid_t forkClient(const std::function<int()>& body) {
 }
 
 std::string dumpOf(const sp<ITuner>& tuner) {
-    int fds[2];
-    if (pipe(fds) != 0) return "";
-    native_handle_t* handle = native_handle_create(1, 0);
-    handle->data[0] = fds[1];
-    tuner->debug(hidl_handle(handle), {}).isOk();
-    native_handle_delete(handle);
-    close(fds[1]);
-    std::string text;
-    char buffer[1024];
-    ssize_t n;
-    while ((n = read(fds[0], buffer, sizeof(buffer))) > 0) text.append(buffer, size_t(n));
-    close(fds[0]);
-    return text;
+    return ::android::hardware::debugDump(tuner);
 }
 
 sp<IFrontend> open(const sp<ITuner>& tuner, uint32_t id) {

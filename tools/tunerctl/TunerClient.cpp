@@ -1,5 +1,6 @@
 #include "TunerClient.h"
 
+#include <hidl/DebugDump.h>
 #include <hidl/HidlTransportSupport.h>
 #include <hidl/transport/Passthrough.h>
 #include <signal.h>
@@ -60,19 +61,7 @@ sp<ITuner> connectTuner() {
 }
 
 std::string serviceDump(const sp<ITuner>& tuner) {
-    int fds[2];
-    if (pipe(fds) != 0) return "";
-    native_handle_t* handle = native_handle_create(1, 0);
-    handle->data[0] = fds[1];
-    tuner->debug(::android::hardware::hidl_handle(handle), {}).isOk();
-    native_handle_delete(handle);
-    close(fds[1]);
-    std::string text;
-    char buffer[4096];
-    ssize_t n;
-    while ((n = read(fds[0], buffer, sizeof(buffer))) > 0) text.append(buffer, size_t(n));
-    close(fds[0]);
-    return text;
+    return ::android::hardware::debugDump(tuner);
 }
 
 bool scanRunning(const sp<ITuner>& tuner, uint32_t frontendId) {

@@ -517,6 +517,16 @@ class CppWriter:
         r = self.pkg.resolve(ref, None)
         self.read_value(r, '%s.get%s()' % (reader, capitalised(name)), target, lines, ind)
 
+    def signature(self, native, name, params, results):
+        """The C++ return type and parameters of a method, as hidl-gen declares it."""
+        args = [self.param_decl(pn, pr) for pn, pr in params]
+        if self.elided(results):
+            r = self.pkg.resolve(results[0][1], None)
+            return '::android::hardware::Return<%s>' % self.pkg.cpp_type(r), args
+        if results:
+            args.append('%s::%s_cb _hidl_cb' % (native, name))
+        return '::android::hardware::Return<void>', args
+
     def proxy(self, decl):
         n, w = self.native_iface(decl), self.wire_iface(decl)
         h = ['class %sProxy final : public ::android::hardware::details::ProxyBase<%s, %s> {' % (w.split('::')[-1], n, w),
@@ -524,13 +534,7 @@ class CppWriter:
              '    using ProxyBase::ProxyBase;']
         c = []
         for name, oneway, params, results in decl.methods:
-            args = [self.param_decl(pn, pr) for pn, pr in params]
-            if self.elided(results):
-                rtype = '::android::hardware::Return<%s>' % self.pkg.cpp_type(self.pkg.resolve(results[0][1], None))
-            else:
-                rtype = '::android::hardware::Return<void>'
-                if results:
-                    args.append('%s_cb _hidl_cb' % (n + '::' + name))
+            rtype, args = self.signature(n, name, params, results)
             h.append('    %s %s(%s) override;' % (rtype, name, ', '.join(args)))
             c.append('%s %sProxy::%s(%s) {' % (rtype, decl.name, name, ', '.join(args)))
             for i, (rn, rr) in enumerate(results):
@@ -639,13 +643,7 @@ class CppWriter:
              '    using PassthroughBase::PassthroughBase;']
         c = []
         for name, oneway, params, results in decl.methods:
-            args = [self.param_decl(pn, pr) for pn, pr in params]
-            if self.elided(results):
-                rtype = '::android::hardware::Return<%s>' % self.pkg.cpp_type(self.pkg.resolve(results[0][1], None))
-            else:
-                rtype = '::android::hardware::Return<void>'
-                if results:
-                    args.append('%s_cb _hidl_cb' % (n + '::' + name))
+            rtype, args = self.signature(n, name, params, results)
             h.append('    %s %s(%s) override;' % (rtype, name, ', '.join(args)))
             c.append('%s %s::%s(%s) {' % (rtype, cls, name, ', '.join(args)))
             call_args = [self.wrap_expr(pr, pn) for pn, pr in params]

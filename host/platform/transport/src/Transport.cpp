@@ -319,24 +319,6 @@ void SerialQueue::drain() {
     }
 }
 
-std::string debugDump(const sp<::android::hidl::base::V1_0::IBase>& impl,
-                      const hidl_vec<hidl_string>& options) {
-    int fds[2];
-    if (pipe(fds) != 0) return "";
-    native_handle_t* handle = native_handle_create(1, 0);
-    handle->data[0] = fds[1];
-    hidl_handle fd(handle);
-    impl->debug(fd, options).isOkUnchecked();
-    native_handle_delete(handle);
-    close(fds[1]);
-    std::string text;
-    char buffer[4096];
-    ssize_t n;
-    while ((n = read(fds[0], buffer, sizeof(buffer))) > 0) text.append(buffer, size_t(n));
-    close(fds[0]);
-    return text;
-}
-
 Status writeDebugText(const hidl_handle& fd, const std::string& text) {
     if (fd.getNativeHandle() == nullptr || fd->numFds < 1) return Status::ok();
     size_t written = 0;

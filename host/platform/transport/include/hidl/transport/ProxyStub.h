@@ -3,6 +3,7 @@
 #pragma once
 
 #include <base.capnp.h>
+#include <hidl/DebugDump.h>
 #include <hidl/transport/Transport.h>
 
 #include <deque>
@@ -16,9 +17,6 @@ namespace details {
 // Runs work on the pool and finishes the call on the transport thread: a failed Return becomes a
 // failed call on the other side.
 kj::Promise<void> runOnPool(std::function<return_status()> work, std::function<void()> finish);
-
-std::string debugDump(const sp<::android::hidl::base::V1_0::IBase>& impl,
-                      const hidl_vec<hidl_string>& options);
 
 template <typename I>
 class StubBase : public virtual ::wire::base::Base::Server {
