@@ -280,6 +280,14 @@ TEST_F(ServiceProcessTest, TheServiceDyingFailsTheClientsCallsAndTellsItsDeathRe
     EXPECT_TRUE(eventually([&] { return recipient->deaths == 1; }));
     EXPECT_EQ(recipient->cookie, 42u);
     EXPECT_FALSE(tuner->ping().isOk());
+
+    // The dead service's socket is a stale entry: nobody answers on it, and a new instance
+    // registers over it.
+    EXPECT_EQ(ITuner::getService(), nullptr);
+    mService = spawnService(mLog);
+    sp<ITuner> restarted;
+    EXPECT_TRUE(eventually([&] { return (restarted = ITuner::getService()) != nullptr; }));
+    EXPECT_TRUE(restarted != nullptr && restarted->ping().isOk());
 }
 
 TEST_F(ServiceProcessTest, ASecondInstanceAbortsOnItsRefusedRegistration) {

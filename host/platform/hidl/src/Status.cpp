@@ -37,7 +37,12 @@ Status Status::fromStatusT(status_t status) {
 std::string Status::description() const {
     if (isOk()) return "No error";
     std::string text = "Status(" + std::to_string(mException) + ")";
-    if (mException == EX_TRANSACTION_FAILED) text += ": " + std::to_string(mErrorCode);
+    if (mException == EX_TRANSACTION_FAILED) {
+        text += mErrorCode == DEAD_OBJECT ? std::string(
+                                                    ": DEAD_OBJECT (the process behind the "
+                                                    "object died)")
+                                          : ": " + std::to_string(mErrorCode);
+    }
     if (!mMessage.empty()) text += ": '" + mMessage + "'";
     return text;
 }
