@@ -1,8 +1,8 @@
 #include <hidl/ServiceManagement.h>
 #include <hidl/transport/Transport.h>
+#include <utils/Mutex.h>
 
 #include <map>
-#include <mutex>
 #include <utility>
 
 namespace android {
@@ -13,8 +13,8 @@ namespace {
 using Key = std::pair<std::string, std::string>;  // (descriptor, instance name)
 
 struct Registry {
-    std::mutex lock;
-    std::map<Key, sp<::android::hidl::base::V1_0::IBase>> services;
+    Mutex lock;
+    std::map<Key, sp<::android::hidl::base::V1_0::IBase>> services GUARDED_BY(lock);
 };
 
 Registry& registry() {
@@ -29,13 +29,13 @@ status_t registerAsServiceInternal(const sp<::android::hidl::base::V1_0::IBase>&
     if (service == nullptr) return BAD_VALUE;
     Registry& r = registry();
     {
-        std::lock_guard<std::mutex> guard(r.lock);
+        AutoMutex guard(r.lock);
         if (!r.services.emplace(Key(descriptor, name), service).second) return ALREADY_EXISTS;
     }
     // Other processes reach it through the host's service directory.
     status_t published = publishService(service, descriptor, name);
     if (published != OK) {
-        std::lock_guard<std::mutex> guard(r.lock);
+        AutoMutex guard(r.lock);
         r.services.erase(Key(descriptor, name));
     }
     return published;
@@ -46,7 +46,7 @@ sp<::android::hidl::base::V1_0::IBase> getRawServiceInternal(const std::string& 
     sp<::android::hidl::base::V1_0::IBase> local;
     {
         Registry& r = registry();
-        std::lock_guard<std::mutex> guard(r.lock);
+        AutoMutex guard(r.lock);
         auto it = r.services.find(Key(descriptor, name));
         if (it != r.services.end()) local = it->second;
     }
@@ -58,7 +58,7 @@ void clearServices() {
     std::map<Key, sp<::android::hidl::base::V1_0::IBase>> dropped;
     {
         Registry& r = registry();
-        std::lock_guard<std::mutex> guard(r.lock);
+        AutoMutex guard(r.lock);
         dropped.swap(r.services);
     }
 }

@@ -10,10 +10,9 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <condition_variable>
 #include <cstring>
+#include <future>
 #include <map>
-#include <mutex>
 #include <thread>
 
 #if defined(__has_feature)
@@ -66,26 +65,21 @@ Loop& loop() {
         // A peer that closes its socket must not end this process with SIGPIPE.
         signal(SIGPIPE, SIG_IGN);
         auto* l = new Loop();
-        std::mutex lock;
-        std::condition_variable started;
-        std::thread([l, &lock, &started] {
+        // The thread tells when its loop is ready; the promise is the only handoff.
+        std::promise<void> ready;
+        std::future<void> started = ready.get_future();
+        std::thread([l, &ready] {
             tOnTransportThread = true;
             kj::AsyncIoContext io = kj::setupAsyncIo();
             TaskErrors errors;
             kj::TaskSet tasks(errors);
-            {
-                // Notified under the lock: the starter owns lock and condition and may destroy
-                // them as soon as it sees the executor.
-                std::lock_guard<std::mutex> guard(lock);
-                l->executor = &kj::getCurrentThreadExecutor();
-                l->lowLevel = io.lowLevelProvider.get();
-                l->tasks = &tasks;
-                started.notify_all();
-            }
+            l->executor = &kj::getCurrentThreadExecutor();
+            l->lowLevel = io.lowLevelProvider.get();
+            l->tasks = &tasks;
+            ready.set_value();
             kj::NEVER_DONE.wait(io.waitScope);
         }).detach();
-        std::unique_lock<std::mutex> guard(lock);
-        started.wait(guard, [l] { return l->executor != nullptr; });
+        started.wait();
         return l;
     }();
     return *instance;
