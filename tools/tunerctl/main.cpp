@@ -1,5 +1,5 @@
-// tunerctl: a command-line client of the tuner service, running it in process on the simulated
-// driver.
+// tunerctl: a command-line client of the tuner service process (or, with --in-process, of a
+// private service in its own process on the simulated driver).
 #include <android/log.h>
 
 #include <CLI/CLI.hpp>

@@ -345,12 +345,6 @@ status_t publishService(const sp<::android::hidl::base::V1_0::IBase>& service,
     std::string directory = serviceDirectory();
     mkdir(directory.c_str(), 0700);
     std::string path = serviceSocketPath(descriptor, name);
-    int probe = -1;
-    int error = connectSocket(path, probe);
-    if (error == 0) {
-        close(probe);
-        return ALREADY_EXISTS;
-    }
     // The socket is made and listening under a private name, then renamed into place: a client
     // never finds the name without someone answering on it, so a refused connection always means
     // a stale entry.
@@ -367,8 +361,8 @@ status_t publishService(const sp<::android::hidl::base::V1_0::IBase>& service,
         unlink(building.c_str());
         return -bindError;
     }
-    // Another process may have published meanwhile; the later one loses, as a second
-    // registration with the service manager does.
+    // A live instance answers on the name: this one loses, as a second registration with the
+    // service manager does. Otherwise the rename replaces a stale entry, if any.
     int raced = -1;
     if (connectSocket(path, raced) == 0) {
         close(raced);

@@ -1,6 +1,6 @@
-// Host stand-in for libhidlbase's HidlTransportSupport.h. On a development host there is no binder:
-// clients in the same process reach a registered service directly, and joinRpcThreadpool() parks
-// the calling thread until the process is asked to stop.
+// Host stand-in for libhidlbase's HidlTransportSupport.h. configureRpcThreadpool() sizes the pool
+// that runs calls from other processes and oneway calls (see hidl/transport/Transport.h), and
+// joinRpcThreadpool() parks the calling thread until the process is asked to stop.
 #pragma once
 
 #include <hidl/HidlSupport.h>
