@@ -3,12 +3,29 @@
 using Cxx = import "/capnp/c++.capnp";
 $Cxx.namespace("wire::base");
 
-# What every interface answers across processes, as android.hidl.base@1.0::IBase does.
-interface Base {
-  ping @0 () -> ();
-  interfaceChain @1 () -> (descriptors :List(Text));
-  interfaceDescriptor @2 () -> (descriptor :Text);
-  # The object's dump: IBase::debug writes to a descriptor, which does not cross, so the stub
-  # writes into a pipe and returns what was written.
-  debug @3 (options :List(Text)) -> (text :Data);
+# What every interface answers across processes, as android.hidl.base@1.0::IBase does. Calls
+# without parameters or results carry no message at all.
+struct InterfaceChainResults {
+  descriptors @0 :List(Text);
+}
+
+struct InterfaceDescriptorResults {
+  descriptor @0 :Text;
+}
+
+# IBase::debug writes to a descriptor, which does not cross: the serving side dumps into a pipe
+# and returns what was written.
+struct DebugParams {
+  options @0 :List(Text);
+}
+
+struct DebugResults {
+  text @0 :Data;
+}
+
+# The body of a failed call's reply.
+struct CallError {
+  exception @0 :Int32;
+  errorCode @1 :Int32;
+  message @2 :Text;
 }

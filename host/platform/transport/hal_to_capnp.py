@@ -2,15 +2,16 @@
 """Writes the host transport of a HIDL package from its interface files.
 
 For a package (its .hal files) this writes:
-  <Stem>.capnp      a Cap'n Proto schema: one struct per struct or safe union, one interface per
-                    HIDL interface (extending the Base interface of base.capnp);
+  <Stem>.capnp      a Cap'n Proto schema: one struct per struct or safe union, and per method of
+                    each interface a struct of its parameters and one of its results;
   <Stem>Wire.h/.cpp conversions between the generated HIDL C++ types and the schema's, a proxy
-                    class per interface (an IFoo whose methods are calls on a remote capability)
-                    and a stub class per interface (a capability server that calls an IFoo).
+                    class per interface (an IFoo whose methods send calls over the host's
+                    transport), a dispatch function per interface (an incoming call run on a local
+                    IFoo) and a passthrough wrapper per interface.
 
-It is the host's counterpart of hidl-gen's binder backend (BpHw/BnHw and the parcel code), with
-Cap'n Proto RPC as the transport. Enumerations cross as their underlying integers; handles and
-fast-message-queue descriptors do not cross (the host passes none).
+It is the host's counterpart of hidl-gen's binder backend (BpHw/BnHw and the parcel code).
+Enumerations cross as their underlying integers; interface objects as ids in the session's object
+tables; handles and fast-message-queue descriptors do not cross (the host passes none).
 
 usage: hal_to_capnp.py PACKAGE HAL_DIR IMPORT_DIR... -o OUT_DIR --stem STEM
 """
@@ -305,18 +306,18 @@ class SchemaWriter:
         self.out.append('')
 
     def interface(self, decl):
-        self.out.append('interface %s extends(Base.Base) {' % decl.name)
-        for index, (name, oneway, params, results) in enumerate(decl.methods):
-            ps = ', '.join('%s :%s' % (n, self.arg_type(ref)) for n, ref in params)
-            rs = ', '.join('%s :%s' % (n, self.arg_type(ref)) for n, ref in results)
-            self.out.append('  %s @%d (%s) -> (%s);' % (name, index, ps, rs))
-        self.out.append('}')
-        self.out.append('')
+        for name, oneway, params, results in decl.methods:
+            for suffix, args in (('Params', params), ('Results', results)):
+                self.out.append('struct %s%s%s {' % (decl.name, capitalised(name), suffix))
+                for index, (n, ref) in enumerate(args):
+                    self.out.append('  %s @%d :%s;' % (n, index, self.arg_type(ref)))
+                self.out.append('}')
+                self.out.append('')
 
     def arg_type(self, ref):
         r = self.pkg.resolve(ref, None)
         if r[0] == 'decl' and r[1].kind == 'interface':
-            return r[1].name
+            return 'UInt64'             # the object's id in its session
         return self.wire_type(r)
 
     def write(self, stem):
@@ -324,8 +325,7 @@ class SchemaWriter:
         file_id = int(digest[:16], 16) | (1 << 63)
         self.out += ['@0x%x;' % file_id, '',
                      'using Cxx = import "/capnp/c++.capnp";',
-                     '$Cxx.namespace("wire::%s");' % stem,
-                     'using Base = import "/base.capnp";', '']
+                     '$Cxx.namespace("wire::%s");' % stem, '']
         for decl in self.pkg.decls.values():
             if decl.kind in ('struct', 'union'):
                 self.compound(decl)
@@ -476,9 +476,6 @@ class CppWriter:
     def native_iface(self, decl):
         return self.pkg.ns + '::' + decl.name
 
-    def wire_iface(self, decl):
-        return self.wns + '::' + decl.name
-
     def elided(self, results):
         return len(results) == 1 and is_primitive_like(self.pkg.resolve(results[0][1], None))
 
@@ -497,22 +494,25 @@ class CppWriter:
             return '::android::sp<%s>' % self.native_iface(iface)
         return self.pkg.cpp_type(self.pkg.resolve(ref, None))
 
-    def write_arg(self, name, ref, expr, builder, lines, ind):
+    def write_arg(self, name, ref, expr, builder, call, lines, ind):
         iface = self.iface_of(ref)
         if iface:
-            lines.append('%sif (%s != nullptr) %s.set%s(::android::hardware::details::stubFor<%s>(%s, connection()));'
-                         % (ind, expr, builder, capitalised(name), self.wire_iface(iface) + 'Stub', expr))
+            lines.append('%s%s.set%s(%s.exportObject(%s, &%sDispatch));'
+                         % (ind, builder, capitalised(name), call, expr, iface.name))
             return
         r = self.pkg.resolve(ref, None)
+        if r[0] in ('handle', 'fmq_sync'):
+            lines.append('%s(void)%s;  // handles do not cross' % (ind, expr))
+            return
         self.write_value(r, expr, '%s.set%s' % (builder, capitalised(name)),
                          '%s.init%s' % (builder, capitalised(name)), lines, ind)
 
-    def read_arg(self, name, ref, reader, target, conn, lines, ind):
+    def read_arg(self, name, ref, reader, target, source, lines, ind):
         iface = self.iface_of(ref)
         if iface:
-            lines.append('%sif (%s.has%s()) %s = new %sProxy(%s.get%s(), %s);'
-                         % (ind, reader, capitalised(name), target, self.wire_iface(iface), reader,
-                            capitalised(name), conn))
+            lines.append('%s%s = %s.importObject<%s>(%s.get%s(), &%sMakeProxy);'
+                         % (ind, target, source, self.native_iface(iface), reader,
+                            capitalised(name), iface.name))
             return
         r = self.pkg.resolve(ref, None)
         self.read_value(r, '%s.get%s()' % (reader, capitalised(name)), target, lines, ind)
@@ -527,105 +527,102 @@ class CppWriter:
             args.append('%s::%s_cb _hidl_cb' % (native, name))
         return '::android::hardware::Return<void>', args
 
+    def method_struct(self, decl, name, suffix):
+        return '%s::%s%s%s' % (self.wns, decl.name, capitalised(name), suffix)
+
     def proxy(self, decl):
-        n, w = self.native_iface(decl), self.wire_iface(decl)
-        h = ['class %sProxy final : public ::android::hardware::details::ProxyBase<%s, %s> {' % (w.split('::')[-1], n, w),
+        n = self.native_iface(decl)
+        h = ['class %sProxy final : public ::android::hardware::details::ProxyBase<%s> {' % (decl.name, n),
              '  public:',
              '    using ProxyBase::ProxyBase;']
         c = []
-        for name, oneway, params, results in decl.methods:
+        for index, (name, oneway, params, results) in enumerate(decl.methods):
             rtype, args = self.signature(n, name, params, results)
             h.append('    %s %s(%s) override;' % (rtype, name, ', '.join(args)))
             c.append('%s %sProxy::%s(%s) {' % (rtype, decl.name, name, ', '.join(args)))
+            c.append('    ::android::hardware::details::OutgoingCall _hidl_call(session(), remoteId(), %d);' % index)
+            if params:
+                c.append('    {')
+                c.append('        auto params = _hidl_call.params<%s>();' % self.method_struct(decl, name, 'Params'))
+                for pn, pr in params:
+                    self.write_arg(pn, pr, pn, 'params', '_hidl_call', c, '        ')
+                c.append('    }')
+            if oneway:
+                c.append('    return _hidl_call.sendOneway();')
+                c.append('}\n')
+                continue
             for i, (rn, rr) in enumerate(results):
                 c.append('    %s out%d{};' % (self.holder_type(rr), i))
-            for pn, pr in params:
-                if self.pkg.resolve(pr, None)[0] in ('handle', 'fmq_sync'):
-                    c.append('    (void)%s;  // handles do not cross' % pn)
-            c.append('    ::android::hardware::Status _hidl_status = %s([&](%s::Client& client) {'
-                     % ('sendOneway' if oneway else 'call', w))
-            c.append('        auto request = client.%sRequest();' % name)
-            for pn, pr in params:
-                self.write_arg(pn, pr, pn, 'request', c, '        ')
-            if oneway:
-                c.append('        return request;')
-            else:
-                c.append('        return request.send().then([&](auto&& response) {')
-                if not results:
-                    c.append('            (void)response;')
+            if results:
+                c.append('    ::android::hardware::Status _hidl_status = _hidl_call.transact([&](::android::hardware::details::IncomingReply& reply) {')
+                c.append('        auto results = reply.results<%s>();' % self.method_struct(decl, name, 'Results'))
                 for i, (rn, rr) in enumerate(results):
-                    self.read_arg(rn, rr, 'response', 'out%d' % i, 'connection()', c, '            ')
-                c.append('        });')
-            c.append('    });')
+                    self.read_arg(rn, rr, 'results', 'out%d' % i, 'reply', c, '        ')
+                c.append('    });')
+            else:
+                c.append('    ::android::hardware::Status _hidl_status = _hidl_call.transact();')
+            c.append('    if (!_hidl_status.isOk()) return _hidl_status;')
             if self.elided(results):
-                c.append('    if (!_hidl_status.isOk()) return _hidl_status;')
                 c.append('    return out0;')
             else:
-                c.append('    if (!_hidl_status.isOk()) return _hidl_status;')
                 if results:
                     c.append('    _hidl_cb(%s);' % ', '.join('out%d' % i for i in range(len(results))))
                 c.append('    return ::android::hardware::Void();')
             c.append('}\n')
         h.append('};\n')
+        c.append('::android::sp<::android::hidl::base::V1_0::IBase> %sMakeProxy(' % decl.name)
+        c.append('        const std::shared_ptr<::android::hardware::details::Session>& session, uint64_t id) {')
+        c.append('    return new %sProxy(session, id);' % decl.name)
+        c.append('}\n')
         return h, c
 
     def stub(self, decl):
-        n, w = self.native_iface(decl), self.wire_iface(decl)
-        short = decl.name
-        h = ['class %sStub final : public %s::Server, public ::android::hardware::details::StubBase<%s> {' % (short, w, n),
-             '  public:',
-             '    using Wire = %s;' % w,
-             '    using StubBase::StubBase;',
-             '',
-             '  protected:']
-        c = []
-        for name, oneway, params, results in decl.methods:
-            ctx = '%sContext' % capitalised(name)
-            h.append('    ::kj::Promise<void> %s(%s context) override;' % (name, ctx))
-            c.append('::kj::Promise<void> %sStub::%s(%s context) {' % (decl.name, name, ctx))
-            c.append('    struct Call {')
+        """The dispatch of an incoming call to a local object: parameters read in place, the
+        method run, its results written in place."""
+        n = self.native_iface(decl)
+        c = ['::android::hardware::Status %sDispatch(const ::android::sp<::android::hidl::base::V1_0::IBase>& _hidl_object,' % decl.name,
+             '                                      ::android::hardware::details::IncomingCall& _hidl_call) {',
+             '    auto* _hidl_impl = static_cast<%s*>(_hidl_object.get());' % n,
+             '    switch (_hidl_call.method()) {']
+        for index, (name, oneway, params, results) in enumerate(decl.methods):
+            c.append('        case %d: {  // %s' % (index, name))
+            ind = '            '
             for pn, pr in params:
-                c.append('        %s %s{};' % (self.holder_type(pr), pn))
-            for i, (rn, rr) in enumerate(results):
-                c.append('        %s out%d{};' % (self.holder_type(rr), i))
-            c.append('    };')
-            c.append('    auto call = std::make_shared<Call>();')
+                c.append('%s%s %s{};' % (ind, self.holder_type(pr), pn))
             if params:
-                c.append('    auto params = context.getParams();')
-            for pn, pr in params:
-                self.read_arg(pn, pr, 'params', 'call->' + pn, 'connection()', c, '    ')
-            argnames = ', '.join('call->' + pn for pn, _ in params)
-            body = []
+                c.append('%s{' % ind)
+                c.append('%s    auto params = _hidl_call.params<%s>();' % (ind, self.method_struct(decl, name, 'Params')))
+                for pn, pr in params:
+                    self.read_arg(pn, pr, 'params', pn, '_hidl_call', c, ind + '    ')
+                c.append('%s}' % ind)
+            argnames = ', '.join(pn for pn, _ in params)
+            rstruct = self.method_struct(decl, name, 'Results')
             if oneway or not results:
-                body.append('return impl->%s(%s);' % (name, argnames))
+                c.append('%sreturn ::android::hardware::details::toStatus(_hidl_impl->%s(%s));' % (ind, name, argnames))
             elif self.elided(results):
-                body.append('auto ret = impl->%s(%s);' % (name, argnames))
-                body.append('if (ret.isOk()) call->out0 = ret;')
-                body.append('return std::move(ret);')
+                rn, rr = results[0]
+                c.append('%sauto _hidl_ret = _hidl_impl->%s(%s);' % (ind, name, argnames))
+                c.append('%sif (_hidl_ret.isOk()) {' % ind)
+                c.append('%s    auto results = _hidl_call.results<%s>();' % (ind, rstruct))
+                r = self.pkg.resolve(rr, None)
+                c.append('%s    results.set%s(%s);' % (ind, capitalised(rn), self.scalar_to(r, '_hidl_ret.withDefault({})')))
+                c.append('%s}' % ind)
+                c.append('%sreturn ::android::hardware::details::toStatus(_hidl_ret);' % ind)
             else:
                 cbargs = ', '.join('%s r%d' % (self.param_decl('', rr).strip(), i) for i, (rn, rr) in enumerate(results))
-                sets = ' '.join('call->out%d = r%d;' % (i, i) for i in range(len(results)))
                 sep = ', ' if argnames else ''
-                body.append('return impl->%s(%s%s[&](%s) { %s });' % (name, argnames, sep, cbargs, sets))
-            if oneway:
-                c.append('    return deliverOneway([call](const ::android::sp<%s>& impl) {' % n)
-                c.append('        ' + '\n        '.join(body))
-                c.append('    });')
-            else:
-                c.append('    return dispatch([call](const ::android::sp<%s>& impl) -> ::android::hardware::details::return_status {' % n)
-                c.append('        ' + '\n        '.join(body))
-                needs_this = any(self.iface_of(rr) for _, rr in results)
-                c.append('    }, [%scall, context]() mutable {' % ('this, ' if needs_this else ''))
-                if results:
-                    c.append('        auto results = context.getResults();')
-                else:
-                    c.append('        (void)context;')
+                c.append('%sreturn ::android::hardware::details::toStatus(_hidl_impl->%s(%s%s[&](%s) {' % (ind, name, argnames, sep, cbargs))
+                c.append('%s    auto results = _hidl_call.results<%s>();' % (ind, rstruct))
                 for i, (rn, rr) in enumerate(results):
-                    self.write_arg(rn, rr, 'call->out%d' % i, 'results', c, '        ')
-                c.append('    });')
-            c.append('}\n')
-        h.append('};\n')
-        return h, c
+                    self.write_arg(rn, rr, 'r%d' % i, 'results', '_hidl_call', c, ind + '    ')
+                c.append('%s}));' % ind)
+            c.append('        }')
+        c.append('        default:')
+        c.append('            return ::android::hardware::Status::fromExceptionCode(')
+        c.append('                    ::android::hardware::Status::EX_UNSUPPORTED_OPERATION, "unknown method");')
+        c.append('    }')
+        c.append('}\n')
+        return c
 
     def wrap_expr(self, ref, expr):
         iface = self.iface_of(ref)
@@ -681,35 +678,28 @@ class CppWriter:
              'namespace wire {\nnamespace %s {\n' % self.stem]
         c += conv_c
         for d in ifaces:
-            h.append('class %sProxy;' % d.name)
-            h.append('class %sStub;' % d.name)
+            n = self.native_iface(d)
+            h.append('::android::hardware::Status %sDispatch(const ::android::sp<::android::hidl::base::V1_0::IBase>& object,' % d.name)
+            h.append('                                      ::android::hardware::details::IncomingCall& call);')
+            h.append('::android::sp<::android::hidl::base::V1_0::IBase> %sMakeProxy(' % d.name)
+            h.append('        const std::shared_ptr<::android::hardware::details::Session>& session, uint64_t id);')
             h.append('class %sPassthrough;' % d.name)
         h.append('')
         for d in ifaces:
             ph, pc = self.proxy(d)
-            sh, sc = self.stub(d)
+            sc = self.stub(d)
             bh, bc = self.passthrough(d)
-            h += ph + sh + bh
+            h += ph + bh
             c += pc + sc + bc
         fn = 'register%sTransport' % capitalised(self.stem)
         h.append('// Lets every interface of the package cross processes.')
         h.append('void %s();\n' % fn)
         c.append('void %s() {' % fn)
         for d in ifaces:
-            n, w = self.native_iface(d), self.wire_iface(d)
+            n = self.native_iface(d)
             c.append('    ::android::hardware::details::registerInterfaceTransport(')
             c.append('            %s::descriptor,' % n)
-            c.append('            {[](const ::android::sp<::android::hidl::base::V1_0::IBase>& object,')
-            c.append('                const std::shared_ptr<::android::hardware::details::Connection>& connection)')
-            c.append('                     -> ::capnp::Capability::Client {')
-            c.append('                 return ::android::hardware::details::stubFor<%sStub>(' % w)
-            c.append('                         ::android::sp<%s>(dynamic_cast<%s*>(object.get())), connection);' % (n, n))
-            c.append('             },')
-            c.append('             [](::capnp::Capability::Client client,')
-            c.append('                const std::shared_ptr<::android::hardware::details::Connection>& connection)')
-            c.append('                     -> ::android::sp<::android::hidl::base::V1_0::IBase> {')
-            c.append('                 return new %sProxy(client.castAs<%s>(), connection);' % (w, w))
-            c.append('             },')
+            c.append('            {&%sDispatch, &%sMakeProxy,' % (d.name, d.name))
             c.append('             [](const ::android::sp<::android::hidl::base::V1_0::IBase>& object)')
             c.append('                     -> ::android::sp<::android::hidl::base::V1_0::IBase> {')
             c.append('                 return new %sPassthrough(::android::sp<%s>(dynamic_cast<%s*>(object.get())));' % (d.name, n, n))

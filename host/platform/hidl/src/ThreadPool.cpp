@@ -1,14 +1,10 @@
 #include <hidl/HidlTransportSupport.h>
+#include <hidl/transport/Transport.h>
 #include <signal.h>
 #include <unistd.h>
-#include <utils/Condition.h>
-#include <utils/Mutex.h>
 
 #include <cerrno>
-#include <deque>
-#include <functional>
 #include <mutex>
-#include <thread>
 
 namespace android {
 namespace hardware {
@@ -37,67 +33,13 @@ void setUpWakePipe() {
     });
 }
 
-// The threads that run incoming calls: calls from other processes to this one's objects, and
-// oneway calls to this process's callbacks. Workers live as long as the process.
-class RpcPool {
-  public:
-    void grow(size_t threads) {
-        AutoMutex guard(mLock);
-        while (mThreads < threads) {
-            ++mThreads;
-            std::thread([this] { work(); }).detach();
-        }
-    }
-    void submit(std::function<void()> task) {
-        {
-            AutoMutex guard(mLock);
-            if (mThreads == 0) {
-                ++mThreads;  // a process that never configured its pool gets one thread
-                std::thread([this] { work(); }).detach();
-            }
-            mTasks.push_back(std::move(task));
-        }
-        mWork.signal();
-    }
-
-  private:
-    void work() {
-        for (;;) {
-            std::function<void()> task;
-            {
-                AutoMutex guard(mLock);
-                while (mTasks.empty()) mWork.wait(mLock);
-                task = std::move(mTasks.front());
-                mTasks.pop_front();
-            }
-            task();
-        }
-    }
-
-    Mutex mLock;
-    Condition mWork;
-    std::deque<std::function<void()>> mTasks GUARDED_BY(mLock);
-    size_t mThreads GUARDED_BY(mLock) = 0;
-};
-
-RpcPool& pool() {
-    static RpcPool* instance = new RpcPool();  // never destroyed: its threads outlive main()
-    return *instance;
-}
-
 }  // namespace
-
-namespace details {
-void submitToRpcPool(std::function<void()> task) {
-    pool().submit(std::move(task));
-}
-}  // namespace details
 
 void configureRpcThreadpool(size_t maxThreads, bool /*callerWillJoin*/) {
     // The joining thread only waits for the end of the process; the pool has maxThreads threads
     // of its own, so that up to maxThreads calls run at once.
     setUpWakePipe();
-    pool().grow(maxThreads == 0 ? 1 : maxThreads);
+    details::growRpcPool(maxThreads == 0 ? 1 : maxThreads);
 }
 
 void joinRpcThreadpool() {

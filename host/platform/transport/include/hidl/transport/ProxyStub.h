@@ -1,183 +1,222 @@
-// The shapes the generated proxies and stubs are built on: what every proxy answers of IBase, how
-// it calls across, and how a stub runs the object's method on the RPC pool.
+// The shapes the generated proxies and stubs are built on: a call going out (its parameters built
+// in place, its reply read in place), a call coming in, and what every proxy answers of IBase.
 #pragma once
 
-#include <base.capnp.h>
-#include <hidl/DebugDump.h>
+#include <capnp/message.h>
 #include <hidl/transport/Transport.h>
 
-#include <deque>
-#include <memory>
+#include <atomic>
+#include <cstdint>
+#include <type_traits>
 #include <utility>
 
 namespace android {
 namespace hardware {
 namespace details {
 
-// Runs work on the pool and finishes the call on the transport thread: a failed Return becomes a
-// failed call on the other side.
-kj::Promise<void> runOnPool(std::function<return_status()> work, std::function<void()> finish);
+// The status a stub reports for what the object's method returned.
+Status toStatus(const return_status& result);
 
-template <typename I>
-class StubBase : public virtual ::wire::base::Base::Server {
+// A non-owning reference to a callable: a reply reader is called once, before the call returns,
+// so nothing needs to be allocated to hold it.
+template <typename Signature>
+class FunctionRef;
+template <typename R, typename... Args>
+class FunctionRef<R(Args...)> {
   public:
-    StubBase(sp<I> impl, std::shared_ptr<Connection> connection)
-        : mImpl(std::move(impl)), mConnection(std::move(connection)) {}
-
-  protected:
-    const std::shared_ptr<Connection>& connection() const { return mConnection; }
-
-    kj::Promise<void> dispatch(std::function<return_status(const sp<I>&)> work,
-                               std::function<void()> writeResults) {
-        sp<I> impl = mImpl;
-        return runOnPool([impl, work = std::move(work)]() { return work(impl); },
-                         std::move(writeResults));
-    }
-    kj::Promise<void> deliverOneway(std::function<return_status(const sp<I>&)> work) {
-        sp<I> impl = mImpl;
-        mOneway->post([impl, work = std::move(work)]() { work(impl).isOkUnchecked(); });
-        return kj::READY_NOW;
-    }
-
-    kj::Promise<void> ping(PingContext) override {
-        return dispatch([](const sp<I>& impl) -> return_status { return impl->ping(); }, [] {});
-    }
-    kj::Promise<void> interfaceChain(InterfaceChainContext context) override {
-        auto chain = std::make_shared<std::vector<std::string>>();
-        return dispatch(
-                [chain](const sp<I>& impl) -> return_status {
-                    return impl->interfaceChain([&](const hidl_vec<hidl_string>& descriptors) {
-                        for (const auto& d : descriptors) chain->push_back(d);
-                    });
-                },
-                [chain, context]() mutable {
-                    auto list = context.getResults().initDescriptors(chain->size());
-                    for (unsigned i = 0; i < chain->size(); ++i) list.set(i, (*chain)[i]);
-                });
-    }
-    kj::Promise<void> interfaceDescriptor(InterfaceDescriptorContext context) override {
-        context.getResults().setDescriptor(I::descriptor);
-        return kj::READY_NOW;
-    }
-    kj::Promise<void> debug(DebugContext context) override {
-        auto options = std::make_shared<hidl_vec<hidl_string>>();
-        auto list = context.getParams().getOptions();
-        options->resize(list.size());
-        for (unsigned i = 0; i < list.size(); ++i) (*options)[i] = list[i].cStr();
-        auto text = std::make_shared<std::string>();
-        return dispatch(
-                [options, text](const sp<I>& impl) -> return_status {
-                    *text = debugDump(impl, *options);
-                    return Void();
-                },
-                [text, context]() mutable {
-                    context.getResults().setText(kj::arrayPtr(
-                            reinterpret_cast<const kj::byte*>(text->data()), text->size()));
-                });
-    }
+    template <typename F, typename = std::enable_if_t<!std::is_same<std::decay_t<F>, FunctionRef>{}>>
+    FunctionRef(F&& f)  // NOLINT: converts implicitly, as a lambda argument should
+        : mObject(const_cast<void*>(static_cast<const void*>(&f))),
+          mCall([](void* o, Args... a) -> R {
+              return (*static_cast<std::remove_reference_t<F>*>(o))(std::forward<Args>(a)...);
+          }) {}
+    R operator()(Args... a) const { return mCall(mObject, std::forward<Args>(a)...); }
 
   private:
-    const sp<I> mImpl;
-    const std::shared_ptr<Connection> mConnection;
-    const std::shared_ptr<SerialQueue> mOneway = std::make_shared<SerialQueue>();
+    void* mObject;
+    R (*mCall)(void*, Args...);
 };
 
-// Makes the capability that serves a local object to the other side of a connection.
-template <typename Stub, typename I>
-typename Stub::Wire::Client stubFor(const sp<I>& impl, const std::shared_ptr<Connection>& c) {
-    return typename Stub::Wire::Client(kj::heap<Stub>(impl, c));
+// Method numbers of what every interface answers, beside its own methods 0, 1, 2 ...
+enum BaseMethod : uint16_t {
+    kPing = 0xF000,
+    kInterfaceChain = 0xF001,
+    kInterfaceDescriptor = 0xF002,
+    kDebug = 0xF003,
+};
+
+// The first segment of a message lives on the caller's stack: most messages need no allocation.
+constexpr size_t kScratchWords = 256;
+
+// The reply of a two-way call, read in place in the receive buffer of its socket.
+class IncomingReply {
+  public:
+    IncomingReply(Session& session, capnp::MessageReader* reader)
+        : mSession(session), mReader(reader) {}
+    template <typename T>
+    typename T::Reader results() {
+        return mReader == nullptr ? typename T::Reader() : mReader->getRoot<T>();
+    }
+    template <typename I>
+    sp<I> importObject(uint64_t ref, MakeProxy makeProxy);
+
+  private:
+    Session& mSession;
+    capnp::MessageReader* mReader;
+};
+
+class OutgoingCall {
+  public:
+    OutgoingCall(const std::shared_ptr<Session>& session, uint64_t object, uint16_t method);
+    OutgoingCall(const OutgoingCall&) = delete;
+    OutgoingCall& operator=(const OutgoingCall&) = delete;
+
+    template <typename T>
+    typename T::Builder params() {
+        return mMessage.initRoot<T>();
+    }
+    // The id an interface object crosses as (0 for none).
+    uint64_t exportObject(const sp<::android::hidl::base::V1_0::IBase>& object,
+                          StubDispatch dispatch);
+    // Sends the call and waits for its reply, which `onReply` reads before the call returns.
+    Status transact(FunctionRef<void(IncomingReply&)> onReply);
+    Status transact();
+    // Sends a oneway call: queued behind the earlier oneway calls of this process to the peer.
+    Status sendOneway();
+
+  private:
+    const std::shared_ptr<Session>& mSession;
+    const uint64_t mObject;
+    const uint16_t mMethod;
+    bool mFailed = false;
+    capnp::word mScratch[kScratchWords] = {};
+    capnp::MallocMessageBuilder mMessage{kj::arrayPtr(mScratch, kScratchWords)};
+};
+
+// A call that arrived for a local object: its parameters read in place, its results built in place.
+class IncomingCall {
+  public:
+    IncomingCall(Session& session, uint16_t method, capnp::MessageReader* params)
+        : mSession(session), mMethod(method), mParams(params) {}
+    IncomingCall(const IncomingCall&) = delete;
+    IncomingCall& operator=(const IncomingCall&) = delete;
+
+    uint16_t method() const { return mMethod; }
+    Session& session() { return mSession; }
+    template <typename T>
+    typename T::Reader params() {
+        return mParams == nullptr ? typename T::Reader() : mParams->getRoot<T>();
+    }
+    template <typename T>
+    typename T::Builder results() {
+        return mReply.initRoot<T>();
+    }
+    uint64_t exportObject(const sp<::android::hidl::base::V1_0::IBase>& object,
+                          StubDispatch dispatch);
+    template <typename I>
+    sp<I> importObject(uint64_t ref, MakeProxy makeProxy);
+
+    capnp::MessageBuilder& reply() { return mReply; }
+    // An object of the results could not be handed out: the peer holds too many.
+    bool failed() const { return mFailed; }
+
+  private:
+    Session& mSession;
+    const uint16_t mMethod;
+    capnp::MessageReader* const mParams;
+    bool mFailed = false;
+    capnp::word mScratch[kScratchWords] = {};
+    capnp::MallocMessageBuilder mReply{kj::arrayPtr(mScratch, kScratchWords)};
+};
+
+// The object behind an id of a session: a remote object, as far as this process knows it.
+sp<::android::hidl::base::V1_0::IBase> importBase(Session& session, uint64_t ref,
+                                                  MakeProxy makeProxy);
+
+template <typename I>
+sp<I> IncomingReply::importObject(uint64_t ref, MakeProxy makeProxy) {
+    sp<::android::hidl::base::V1_0::IBase> base = importBase(mSession, ref, makeProxy);
+    return sp<I>(static_cast<I*>(dynamic_cast<I*>(base.get())));
+}
+template <typename I>
+sp<I> IncomingCall::importObject(uint64_t ref, MakeProxy makeProxy) {
+    sp<::android::hidl::base::V1_0::IBase> base = importBase(mSession, ref, makeProxy);
+    return sp<I>(static_cast<I*>(dynamic_cast<I*>(base.get())));
 }
 
-// Calls a remote object on the transport thread, from any other thread, and waits for the answer
-// or the death of the connection.
-Status callAcross(Connection& connection, const std::function<kj::Promise<void>()>& send);
-Status sendOnewayAcross(Connection& connection, const std::function<void()>& send);
-
-template <typename I, typename W>
-class ProxyBase : public I {
+// What a proxy is beside its interface: an id in a session, and how many times the peer has sent
+// it (returned when the proxy goes, so the peer can drop the object once no reference is in
+// flight).
+class RemoteObject {
   public:
-    ProxyBase(typename W::Client client, std::shared_ptr<Connection> connection)
-        : mClient(kj::heap<typename W::Client>(kj::mv(client))),
-          mConnection(std::move(connection)) {}
-    ~ProxyBase() noexcept override {
-        // The capability lives on the transport thread and is dropped there.
-        runOnTransportThread([this]() { mClient = nullptr; });
-    }
+    RemoteObject(std::shared_ptr<Session> session, uint64_t id);
+    virtual ~RemoteObject();
+    const std::shared_ptr<Session>& session() const { return mSession; }
+    uint64_t remoteId() const { return mId; }
+    void received() { mReceived.fetch_add(1, std::memory_order_relaxed); }
+
+    // A call of one of the IBase methods every object answers.
+    Status callBaseMethod(uint16_t method, FunctionRef<void(IncomingReply&)> onReply);
+
+  protected:
+    bool linkSessionToDeath(const sp<hidl_death_recipient>& recipient, uint64_t cookie,
+                            const wp<::android::hidl::base::V1_0::IBase>& who);
+    bool unlinkSessionToDeath(const sp<hidl_death_recipient>& recipient);
+
+  private:
+    const std::shared_ptr<Session> mSession;
+    const uint64_t mId;
+    std::atomic<uint32_t> mReceived{1};
+};
+
+template <typename I>
+class ProxyBase : public I, public RemoteObject {
+  public:
+    ProxyBase(std::shared_ptr<Session> session, uint64_t id)
+        : RemoteObject(std::move(session), id) {}
 
     bool isRemote() const override { return true; }
 
     Return<void> ping() override {
-        return call([](typename W::Client& c) { return c.pingRequest().send().ignoreResult(); });
+        return callBaseMethod(kPing, [](IncomingReply&) {});
     }
-    Return<void> interfaceChain(typename I::interfaceChain_cb _hidl_cb) override {
-        hidl_vec<hidl_string> chain;
-        Status status = call([&](typename W::Client& c) {
-            return c.interfaceChainRequest().send().then([&](auto&& response) {
-                auto list = response.getDescriptors();
-                chain.resize(list.size());
-                for (unsigned i = 0; i < list.size(); ++i) chain[i] = list[i].cStr();
-            });
-        });
-        if (!status.isOk()) return status;
-        _hidl_cb(chain);
-        return Void();
-    }
-    Return<void> interfaceDescriptor(typename I::interfaceDescriptor_cb _hidl_cb) override {
-        hidl_string descriptor;
-        Status status = call([&](typename W::Client& c) {
-            return c.interfaceDescriptorRequest().send().then(
-                    [&](auto&& response) { descriptor = response.getDescriptor().cStr(); });
-        });
-        if (!status.isOk()) return status;
-        _hidl_cb(descriptor);
-        return Void();
-    }
+    Return<void> interfaceChain(typename I::interfaceChain_cb _hidl_cb) override;
+    Return<void> interfaceDescriptor(typename I::interfaceDescriptor_cb _hidl_cb) override;
     Return<void> debug(const hidl_handle& fd, const hidl_vec<hidl_string>& options) override;
     Return<bool> linkToDeath(const sp<hidl_death_recipient>& recipient, uint64_t cookie) override {
         if (recipient == nullptr) return false;
-        return mConnection->linkToDeath(recipient, cookie,
-                                        wp<::android::hidl::base::V1_0::IBase>(this));
+        return linkSessionToDeath(recipient, cookie, wp<::android::hidl::base::V1_0::IBase>(this));
     }
     Return<bool> unlinkToDeath(const sp<hidl_death_recipient>& recipient) override {
-        return mConnection->unlinkToDeath(recipient);
+        return unlinkSessionToDeath(recipient);
     }
-
-  protected:
-    const std::shared_ptr<Connection>& connection() const { return mConnection; }
-
-    template <typename F>
-    Status call(F&& f) {
-        return callAcross(*mConnection, [&]() { return f(*mClient); });
-    }
-    template <typename F>
-    Status sendOneway(F&& f) {
-        return sendOnewayAcross(*mConnection, [&]() {
-            auto request = f(*mClient);
-            request.send().detach([](kj::Exception&&) {});
-        });
-    }
-
-  private:
-    kj::Own<typename W::Client> mClient;  // used on the transport thread only
-    const std::shared_ptr<Connection> mConnection;
 };
 
-Status writeDebugText(const hidl_handle& fd, const std::string& text);
+// The IBase answers that cross, shared by every proxy.
+Status remoteInterfaceChain(RemoteObject& object, hidl_vec<hidl_string>& chain);
+Status remoteInterfaceDescriptor(RemoteObject& object, hidl_string& descriptor);
+Status remoteDebug(RemoteObject& object, const hidl_handle& fd,
+                   const hidl_vec<hidl_string>& options);
 
-template <typename I, typename W>
-Return<void> ProxyBase<I, W>::debug(const hidl_handle& fd, const hidl_vec<hidl_string>& options) {
-    std::string text;
-    Status status = call([&](typename W::Client& c) {
-        auto request = c.debugRequest();
-        auto list = request.initOptions(options.size());
-        for (unsigned i = 0; i < options.size(); ++i) list.set(i, options[i].c_str());
-        return request.send().then([&](auto&& response) {
-            auto data = response.getText();
-            text.assign(reinterpret_cast<const char*>(data.begin()), data.size());
-        });
-    });
+template <typename I>
+Return<void> ProxyBase<I>::interfaceChain(typename I::interfaceChain_cb _hidl_cb) {
+    hidl_vec<hidl_string> chain;
+    Status status = remoteInterfaceChain(*this, chain);
     if (!status.isOk()) return status;
-    return writeDebugText(fd, text);
+    _hidl_cb(chain);
+    return Void();
+}
+template <typename I>
+Return<void> ProxyBase<I>::interfaceDescriptor(typename I::interfaceDescriptor_cb _hidl_cb) {
+    hidl_string descriptor;
+    Status status = remoteInterfaceDescriptor(*this, descriptor);
+    if (!status.isOk()) return status;
+    _hidl_cb(descriptor);
+    return Void();
+}
+template <typename I>
+Return<void> ProxyBase<I>::debug(const hidl_handle& fd, const hidl_vec<hidl_string>& options) {
+    return remoteDebug(*this, fd, options);
 }
 
 }  // namespace details

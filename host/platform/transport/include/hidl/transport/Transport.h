@@ -1,34 +1,50 @@
-// The host's binder: interface objects cross between processes as Cap'n Proto capabilities over
-// Unix sockets. One transport thread per process runs the Cap'n Proto event loop and never runs
-// interface code: incoming calls are handed to the RPC thread pool, outgoing calls from any other
-// thread are handed to the transport thread and waited for.
+// The host's binder: interface objects cross between processes over Unix sockets. A calling thread
+// does its own I/O (one write, one blocking read on a socket it checks out); in the process that
+// serves, the pool thread that reads a request runs it and writes the reply. Messages are Cap'n
+// Proto messages behind a small header (see Frame.h); interface objects cross as ids in a table
+// of their session.
 #pragma once
 
 #include <android/hidl/base/1.0/IBase.h>
-#include <capnp/capability.h>
 #include <hidl/HidlSupport.h>
-#include <kj/async.h>
 #include <utils/Mutex.h>
 
+#include <cstddef>
 #include <deque>
 #include <functional>
 #include <memory>
 #include <string>
-#include <vector>
 
 namespace android {
 namespace hardware {
 namespace details {
 
-// The event loop of the transport thread, started on first use.
-const kj::Executor& transportExecutor();
-bool onTransportThread();
-// Runs work on the transport thread (at once when already there) and waits for it.
-void runOnTransportThread(const std::function<void()>& work);
+// What one peer may push at this process. Any violation closes that peer's connection only.
+namespace limits {
+// The largest frame: binder's transaction buffer is 1 MiB, and so is the largest message of a
+// call here (a larger one fails with FAILED_TRANSACTION on the sending side).
+constexpr size_t kMaxFrameBytes = 1 << 20;
+// A peer that stops half way through a frame, or stops reading our replies, is dropped then.
+constexpr int kStallTimeoutMs = 2000;
+// Sockets this process serves at once, over all peers; further connections are closed at once.
+constexpr size_t kMaxConnections = 256;
+// Sockets one client session may hold (its calling threads check them out), besides its one
+// socket for calls the other way.
+constexpr size_t kMaxChannelsPerSession = 16;
+// Interface objects one session may hold of this process, and hand to it.
+constexpr size_t kMaxObjectsPerSession = 1024;
+// Oneway calls of one connection waiting for their turn; reading pauses there until they run.
+constexpr size_t kMaxQueuedOneway = 1024;
+// Accepting pauses this long after EMFILE/ENFILE/ENOMEM, doubling up to the second bound.
+constexpr int kAcceptBackoffMinMs = 10;
+constexpr int kAcceptBackoffMaxMs = 1000;
+}  // namespace limits
 
 // Runs a task on one of the process's RPC pool threads (started with one thread if the process
 // never configured its pool).
 void submitToRpcPool(std::function<void()> task);
+// Makes the pool at least this large.
+void growRpcPool(size_t threads);
 
 // Oneway calls to one object run one at a time, in the order they arrived, on pool threads.
 class SerialQueue : public std::enable_shared_from_this<SerialQueue> {
@@ -42,50 +58,28 @@ class SerialQueue : public std::enable_shared_from_this<SerialQueue> {
     bool mScheduled GUARDED_BY(mLock) = false;
 };
 
-// One socket to another process. Dies when the socket closes; death recipients linked to objects
-// of the connection are then told on a pool thread.
-class Connection {
-  public:
-    explicit Connection(std::string peer) : mPeer(std::move(peer)) {}
-
-    bool isAlive() const;
-    const std::string& peer() const { return mPeer; }
-    // False if the connection is already dead, as linkToDeath on a dead object is.
-    bool linkToDeath(const sp<hidl_death_recipient>& recipient, uint64_t cookie,
-                     const wp<::android::hidl::base::V1_0::IBase>& who);
-    bool unlinkToDeath(const sp<hidl_death_recipient>& recipient);
-    void markDead();
-
-  private:
-    struct Link {
-        sp<hidl_death_recipient> recipient;
-        uint64_t cookie;
-        wp<::android::hidl::base::V1_0::IBase> who;
-    };
-    const std::string mPeer;
-    mutable Mutex mLock;
-    bool mAlive GUARDED_BY(mLock) = true;
-    std::vector<Link> mLinks GUARDED_BY(mLock);
-};
+class Session;
+class IncomingCall;
 
 // The status of a call that could not reach the other process.
 Status deadObject(const std::string& what);
 
-// How objects of one interface cross: a stub serves a local object to the other side, a proxy
-// stands for a remote one. Each package's transport registers its interfaces.
+// How objects of one interface cross: the dispatch of an incoming call to a local object, the
+// proxy of a remote one. Each package's transport registers its interfaces.
+using StubDispatch = Status (*)(const sp<::android::hidl::base::V1_0::IBase>& object,
+                                IncomingCall& call);
+using MakeProxy = sp<::android::hidl::base::V1_0::IBase> (*)(const std::shared_ptr<Session>&,
+                                                             uint64_t id);
 struct InterfaceTransport {
-    std::function<capnp::Capability::Client(const sp<::android::hidl::base::V1_0::IBase>&,
-                                            const std::shared_ptr<Connection>&)>
-            makeStub;
-    std::function<sp<::android::hidl::base::V1_0::IBase>(capnp::Capability::Client,
-                                                         const std::shared_ptr<Connection>&)>
-            makeProxy;
+    StubDispatch dispatch = nullptr;
+    MakeProxy makeProxy = nullptr;
     // The passthrough wrapper of a local object (see Passthrough.h).
     std::function<sp<::android::hidl::base::V1_0::IBase>(
             const sp<::android::hidl::base::V1_0::IBase>&)>
             makePassthrough;
 };
 void registerInterfaceTransport(const std::string& descriptor, InterfaceTransport transport);
+const InterfaceTransport* findInterfaceTransport(const std::string& descriptor);
 
 // The object a client in the same process gets: the passthrough wrapper of a local object, the
 // object itself if it is remote or already wrapped (or its interface does not cross).

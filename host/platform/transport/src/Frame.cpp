@@ -1,0 +1,101 @@
+#include "Frame.h"
+
+#include <hidl/transport/Transport.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace android {
+namespace hardware {
+namespace details {
+
+bool OutgoingFrame::build(const FrameHeader& header, capnp::MessageBuilder* message) {
+    mHeader = header;
+    mIov[0] = {&mHeader, sizeof(mHeader)};
+    mIovCount = 1;
+    size_t body = 0;
+    if (message != nullptr) {
+        auto segments = message->getSegmentsForOutput();
+        if (segments.size() > kMaxSegments) return false;
+        if (segments.size() > 0 && !(segments.size() == 1 && segments[0].size() == 0)) {
+            // The flat form's table: the segment count less one, each size, padded to a word.
+            const size_t tableWords = (segments.size() + 2) / 2;
+            mTable[0] = uint32_t(segments.size() - 1);
+            for (size_t i = 0; i < segments.size(); ++i) {
+                mTable[i + 1] = uint32_t(segments[i].size());
+                body += segments[i].size() * sizeof(capnp::word);
+            }
+            if (segments.size() % 2 == 0) mTable[segments.size() + 1] = 0;
+            body += tableWords * sizeof(capnp::word);
+            mIov[mIovCount++] = {mTable, tableWords * sizeof(capnp::word)};
+            for (auto segment : segments) {
+                mIov[mIovCount++] = {const_cast<capnp::word*>(segment.begin()),
+                                     segment.size() * sizeof(capnp::word)};
+            }
+        }
+    }
+    if (body + sizeof(FrameHeader) > limits::kMaxFrameBytes) return false;
+    mHeader.bodyBytes = uint32_t(body);
+    mBytes = sizeof(FrameHeader) + body;
+    return true;
+}
+
+namespace {
+// Drops `n` written bytes from the front of the gathered frame.
+void advance(iovec*& iov, int& count, size_t n) {
+    while (count > 0 && n >= iov->iov_len) {
+        n -= iov->iov_len;
+        ++iov;
+        --count;
+    }
+    if (count > 0 && n > 0) {
+        iov->iov_base = static_cast<char*>(iov->iov_base) + n;
+        iov->iov_len -= n;
+    }
+}
+}  // namespace
+
+bool sendFrame(int fd, OutgoingFrame& frame) {
+    iovec* iov = frame.iov();
+    int count = frame.iovCount();
+    while (count > 0) {
+        msghdr msg{};
+        msg.msg_iov = iov;
+        msg.msg_iovlen = size_t(count);
+        ssize_t n = sendmsg(fd, &msg, MSG_NOSIGNAL);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        advance(iov, count, size_t(n));
+    }
+    return true;
+}
+
+ssize_t sendSome(int fd, OutgoingFrame& frame) {
+    msghdr msg{};
+    msg.msg_iov = frame.iov();
+    msg.msg_iovlen = size_t(frame.iovCount());
+    for (;;) {
+        ssize_t n = sendmsg(fd, &msg, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (n >= 0) return n;
+        if (errno == EINTR) continue;
+        if (errno == EAGAIN || errno == EWOULDBLOCK) return 0;
+        return -1;
+    }
+}
+
+capnp::ReaderOptions readerOptionsFor(size_t bodyWords) {
+    capnp::ReaderOptions options;
+    options.traversalLimitInWords = bodyWords * 8 + 1024;
+    options.nestingLimit = 32;
+    return options;
+}
+
+bool headerIsSane(const FrameHeader& header) {
+    return header.bodyBytes <= limits::kMaxFrameBytes - sizeof(FrameHeader) &&
+           header.bodyBytes % sizeof(capnp::word) == 0;
+}
+
+}  // namespace details
+}  // namespace hardware
+}  // namespace android

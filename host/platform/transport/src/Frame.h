@@ -1,0 +1,75 @@
+// What crosses a socket: a frame is a fixed header and, for calls and replies, a Cap'n Proto
+// message in its standard flat form (segment table, then the segments).
+#pragma once
+
+#include <capnp/message.h>
+#include <sys/uio.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace android {
+namespace hardware {
+namespace details {
+
+enum class FrameKind : uint8_t {
+    kCall = 1,     // a two-way call: object, method, call id; params in the body
+    kOneway = 2,   // a oneway call: no reply
+    kReply = 3,    // the results of call `callId`
+    kFailed = 4,   // call `callId` failed: a CallError in the body
+    kRelease = 5,  // the peer drops `callId` references to its object `object`
+    kHello = 6,    // the first frame on a socket: method is the role, object the session token
+    kWelcome = 7,  // the answer to kHello: object is the session's token
+};
+
+enum SocketRole : uint16_t {
+    kRoleCalls = 1,    // the connecting side calls, the accepting side serves
+    kRoleCallsIn = 2,  // the accepting side calls the connecting side's objects
+};
+
+struct FrameHeader {
+    uint32_t bodyBytes;
+    FrameKind kind;
+    uint8_t reserved;
+    uint16_t method;
+    uint32_t callId;
+    uint32_t padding;
+    uint64_t object;
+};
+static_assert(sizeof(FrameHeader) == 24 && sizeof(FrameHeader) % sizeof(capnp::word) == 0,
+              "bodies start word-aligned behind the header");
+
+// An outgoing frame gathered for one sendmsg: header, segment table, segments.
+class OutgoingFrame {
+  public:
+    // False when the message is larger than a frame may be.
+    bool build(const FrameHeader& header, capnp::MessageBuilder* message);
+    iovec* iov() { return mIov; }
+    int iovCount() const { return mIovCount; }
+    size_t bytes() const { return mBytes; }
+
+  private:
+    static constexpr size_t kMaxSegments = 64;
+    FrameHeader mHeader;
+    uint32_t mTable[kMaxSegments + 2];
+    iovec mIov[kMaxSegments + 2];
+    int mIovCount = 0;
+    size_t mBytes = 0;
+};
+
+// Writes a whole frame on a blocking socket; false if the peer is gone or stopped reading for
+// longer than the socket's send timeout.
+bool sendFrame(int fd, OutgoingFrame& frame);
+// Writes what a non-blocking socket takes now; the number of bytes written, or -1 if it failed.
+ssize_t sendSome(int fd, OutgoingFrame& frame);
+
+// How far a reader of a body of this size may go: each word read a few times over at most, so a
+// list of empty elements that claims more than the frame holds is refused.
+capnp::ReaderOptions readerOptionsFor(size_t bodyWords);
+
+// A header is acceptable when its body fits a frame and is whole words.
+bool headerIsSane(const FrameHeader& header);
+
+}  // namespace details
+}  // namespace hardware
+}  // namespace android

@@ -1,0 +1,190 @@
+// The host's service manager: a directory of sockets, one per published instance. A client's
+// session with a service: its first socket says hello and gets the session's token, further
+// sockets join with it, and one more socket carries the service's calls to the client's objects.
+#include <fcntl.h>
+#include <hidl/transport/Transport.h>
+#include <log/log.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <map>
+
+#include "Endpoint.h"
+#include "Listener.h"
+#include "Session.h"
+
+namespace android {
+namespace hardware {
+namespace details {
+namespace {
+
+std::string serviceDirectory() {
+    const char* dir = getenv("MOX_HIDL_SERVICE_DIR");
+    if (dir != nullptr && *dir != '\0') return dir;
+    return "/tmp/mox-hidl-" + std::to_string(getuid());
+}
+
+bool fillAddress(const std::string& path, sockaddr_un& address) {
+    memset(&address, 0, sizeof(address));
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof(address.sun_path)) return false;
+    memcpy(address.sun_path, path.c_str(), path.size());
+    return true;
+}
+
+// 0 when something answers on the socket, else the errno of the attempt.
+int connectSocket(const std::string& path, int& fd) {
+    sockaddr_un address;
+    if (!fillAddress(path, address)) return ENAMETOOLONG;
+    fd = trackFd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (fd < 0) return errno;
+    if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+        int error = errno;
+        closeTrackedFd(fd);
+        fd = -1;
+        return error;
+    }
+    return 0;
+}
+
+// Says which session a new socket belongs to (token 0: a new one) and reads the token back.
+bool handshake(int fd, SocketRole role, uint64_t token, uint64_t& sessionToken) {
+    FrameHeader hello{};
+    hello.kind = FrameKind::kHello;
+    hello.method = role;
+    hello.object = token;
+    OutgoingFrame frame;
+    frame.build(hello, nullptr);
+    if (!sendFrame(fd, frame)) return false;
+    FrameHeader welcome{};
+    size_t have = 0;
+    while (have < sizeof(welcome)) {
+        ssize_t n = recv(fd, reinterpret_cast<char*>(&welcome) + have, sizeof(welcome) - have, 0);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        have += size_t(n);
+    }
+    if (welcome.kind != FrameKind::kWelcome || welcome.bodyBytes != 0) return false;
+    sessionToken = welcome.object;
+    return token == 0 || sessionToken == token;
+}
+
+int openJoined(const std::string& path, SocketRole role, uint64_t token) {
+    int fd = -1;
+    if (connectSocket(path, fd) != 0) return -1;
+    uint64_t answered = 0;
+    if (!handshake(fd, role, token, answered)) {
+        closeTrackedFd(fd);
+        return -1;
+    }
+    return fd;
+}
+
+// A process keeps one session per service while it lives, as binder keeps one handle.
+Mutex gSessionsLock;
+std::map<std::string, std::shared_ptr<Session>>& sessions() {
+    static auto* map = new std::map<std::string, std::shared_ptr<Session>>();
+    return *map;
+}
+
+std::shared_ptr<Session> openSession(const std::string& path, const std::string& peer) {
+    int fd = -1;
+    const int error = connectSocket(path, fd);
+    if (error == ECONNREFUSED) unlink(path.c_str());  // nobody answers: a stale entry
+    if (error != 0) return nullptr;
+    uint64_t token = 0;
+    if (!handshake(fd, kRoleCalls, 0, token)) {
+        closeTrackedFd(fd);
+        return nullptr;
+    }
+    auto session = std::make_shared<Session>(peer, token);
+    auto open = [path, token]() { return openJoined(path, kRoleCalls, token); };
+    auto calls = std::make_shared<ChannelPool>(*session, limits::kMaxChannelsPerSession, open);
+    session->setPools(calls, std::make_shared<ChannelPool>(*session, 1, open));
+    session->addSocket(fd);
+    calls->install(fd);
+    // The socket on which the service calls this process's objects, served by the pool.
+    const int in = openJoined(path, kRoleCallsIn, token);
+    if (in < 0) return nullptr;
+    fcntl(in, F_SETFL, fcntl(in, F_GETFL) | O_NONBLOCK);
+    if (!std::make_shared<Endpoint>(in, session)->start()) return nullptr;
+    return session;
+}
+
+}  // namespace
+
+std::string serviceSocketPath(const std::string& descriptor, const std::string& name) {
+    return serviceDirectory() + "/" + descriptor + "@" + name;
+}
+
+status_t publishService(const sp<::android::hidl::base::V1_0::IBase>& service,
+                        const std::string& descriptor, const std::string& name) {
+    const InterfaceTransport* transport = findInterfaceTransport(descriptor);
+    if (transport == nullptr) return OK;  // the interface does not cross processes
+    std::string directory = serviceDirectory();
+    mkdir(directory.c_str(), 0700);
+    std::string path = serviceSocketPath(descriptor, name);
+    // The socket is made and listening under a private name, then renamed into place: a client
+    // never finds the name without someone answering on it, so a refused connection always means
+    // a stale entry.
+    const std::string building = path + ".building." + std::to_string(getpid());
+    unlink(building.c_str());
+    sockaddr_un address;
+    if (!fillAddress(building, address)) return BAD_VALUE;
+    int fd = trackFd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (fd < 0) return -errno;
+    if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
+        listen(fd, 64) != 0) {
+        int bindError = errno;
+        closeTrackedFd(fd);
+        unlink(building.c_str());
+        return -bindError;
+    }
+    // A live instance answers on the name: this one loses, as a second registration with the
+    // service manager does. Otherwise the rename replaces a stale entry, if any.
+    int raced = -1;
+    if (connectSocket(path, raced) == 0) {
+        closeTrackedFd(raced);
+        closeTrackedFd(fd);
+        unlink(building.c_str());
+        return ALREADY_EXISTS;
+    }
+    if (rename(building.c_str(), path.c_str()) != 0) {
+        int renameError = errno;
+        closeTrackedFd(fd);
+        unlink(building.c_str());
+        return -renameError;
+    }
+    auto listener = std::make_shared<Listener>(fd, service, transport->dispatch, descriptor);
+    return listener->start() ? OK : UNKNOWN_ERROR;
+}
+
+sp<::android::hidl::base::V1_0::IBase> connectToService(const std::string& descriptor,
+                                                        const std::string& name) {
+    const InterfaceTransport* transport = findInterfaceTransport(descriptor);
+    if (transport == nullptr) return nullptr;
+    const std::string path = serviceSocketPath(descriptor, name);
+    std::shared_ptr<Session> session;
+    {
+        AutoMutex guard(gSessionsLock);
+        auto it = sessions().find(path);
+        if (it != sessions().end() && it->second->belongsToThisProcess() && it->second->isAlive()) {
+            session = it->second;
+        }
+    }
+    if (session == nullptr) {
+        session = openSession(path, descriptor + "/" + name);
+        if (session == nullptr) return nullptr;
+        AutoMutex guard(gSessionsLock);
+        sessions()[path] = session;
+    }
+    return session->importObject(Session::kRootObject, transport->makeProxy);
+}
+
+}  // namespace details
+}  // namespace hardware
+}  // namespace android
