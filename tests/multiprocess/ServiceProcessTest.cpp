@@ -1,26 +1,21 @@
 // The service binary as a process of its own, driven by client processes through the interface.
 #include <android/hardware/tv/tuner/1.0/ITuner.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <hidl/DebugDump.h>
 #include <hidl/HidlTransportSupport.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
-#include <fstream>
 #include <functional>
-#include <sstream>
 #include <string>
 #include <thread>
 
 #include "RecordingCallback.h"
+#include "ServiceProcess.h"
 #include "TestSettings.h"
-
-extern char** environ;
 
 namespace {
 
@@ -30,53 +25,7 @@ using ::android::hardware::hidl_handle;
 using ::android::hardware::hidl_vec;
 using namespace std::chrono_literals;
 
-constexpr auto kBound = 10s;  // every wait of these tests ends by then
-
-bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds bound = kBound) {
-    const auto deadline = std::chrono::steady_clock::now() + bound;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(5ms);
-    }
-    return true;
-}
-
-// Waits for a child process, killing it if it outlives the bound; its exit status, or -1.
-int waitForChild(pid_t pid, std::chrono::milliseconds bound = kBound) {
-    int status = 0;
-    if (!eventually([&] { return waitpid(pid, &status, WNOHANG) == pid; }, bound)) {
-        kill(pid, SIGKILL);
-        waitpid(pid, &status, 0);
-        return -1;
-    }
-    return status;
-}
-
-pid_t spawnService(const std::string& log) {
-    const char* argv[] = {SERVICE_BINARY, nullptr};
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, log.c_str(),
-                                     O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    pid_t pid = -1;
-    posix_spawn(&pid, SERVICE_BINARY, &actions, nullptr, const_cast<char**>(argv), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    return pid;
-}
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-// Runs body in a child process (a client of its own); the child's exit code is body's.
-pid_t forkClient(const std::function<int()>& body) {
-    pid_t pid = fork();
-    if (pid == 0) _exit(body());
-    return pid;
-}
+using namespace testing_support;
 
 std::string dumpOf(const sp<ITuner>& tuner) {
     return ::android::hardware::debugDump(tuner);
@@ -325,6 +274,32 @@ TEST_F(ServiceProcessTest, BaseMethodsWorkAcrossProcesses) {
     sp<DeathRecipient> recipient = new DeathRecipient();
     EXPECT_TRUE(frontend->linkToDeath(recipient, 1).withDefault(false));
     EXPECT_TRUE(frontend->unlinkToDeath(recipient).withDefault(false));
+}
+
+TEST_F(ServiceProcessTest, AClientThatForksHasParentAndChildServedOnConnectionsOfTheirOwn) {
+    sp<ITuner> tuner = connect();
+    ASSERT_NE(tuner, nullptr);
+    sp<IFrontend> frontend = open(tuner, 0);
+    ASSERT_NE(frontend, nullptr);
+    pid_t child = forkClient([&] {
+        // The parent's objects stay the parent's: a call on them fails at once.
+        if (tuner->ping().isOk() || frontend->stopTune().isOk()) return 1;
+        sp<ITuner> own = ITuner::getService();
+        if (own == nullptr || own.get() == tuner.get()) return 2;
+        sp<IFrontend> ownFrontend = open(own, 1);
+        sp<RecordingCallback> callback = new RecordingCallback();
+        if (ownFrontend == nullptr || ownFrontend->setCallback(callback) != Result::SUCCESS) {
+            return 3;
+        }
+        if (ownFrontend->tune(dvbt(650000000)) != Result::SUCCESS) return 4;
+        return eventually([&] { return !callback->events().empty(); }) ? 0 : 5;
+    });
+    sp<RecordingCallback> callback = new RecordingCallback();
+    ASSERT_EQ(frontend->setCallback(callback), Result::SUCCESS);
+    EXPECT_EQ(frontend->tune(dvbt(482000000)), Result::SUCCESS);
+    EXPECT_TRUE(eventually([&] { return !callback->events().empty(); }));
+    EXPECT_EQ(waitForChild(child), 0);
+    EXPECT_TRUE(tuner->ping().isOk());
 }
 
 }  // namespace

@@ -24,8 +24,8 @@ constexpr size_t kKeptBufferWords = 512;
 // Frames one event serves before the socket goes back to the end of the line.
 constexpr int kFramesPerTurn = 16;
 
-size_t bufferBytes(const std::vector<capnp::word>& buffer) {
-    return buffer.size() * sizeof(capnp::word);
+size_t bufferBytes(const WordBuffer& buffer) {
+    return buffer.size() * sizeof(uint64_t);
 }
 
 }  // namespace
@@ -93,8 +93,8 @@ Endpoint::Step Endpoint::readAndServe() {
             if (!headerIsSane(header)) return Step::kViolation;
             const size_t total = sizeof(FrameHeader) + header.bodyBytes;
             if (mHave - offset < total) break;
-            step = serveFrame(header,
-                              mIn.data() + (offset + sizeof(FrameHeader)) / sizeof(capnp::word));
+            step = serveFrame(
+                    header, asWords(mIn.data() + (offset + sizeof(FrameHeader)) / sizeof(uint64_t)));
             offset += total;
             if (step == Step::kGoOn && --budget == 0) step = Step::kMore;
         }
@@ -111,7 +111,7 @@ Endpoint::Step Endpoint::readAndServe() {
             FrameHeader header;
             memcpy(&header, bytes, sizeof(header));
             const size_t total = sizeof(FrameHeader) + header.bodyBytes;
-            if (total > bufferBytes(mIn)) mIn.resize(total / sizeof(capnp::word));
+            if (total > bufferBytes(mIn)) mIn.resize(total / sizeof(uint64_t));
         } else if (mHave == 0 && mIn.size() > kKeptBufferWords) {
             mIn.resize(kKeptBufferWords);
             mIn.shrink_to_fit();
@@ -230,7 +230,8 @@ Endpoint::Step Endpoint::call(const FrameHeader& header, const capnp::word* body
 Endpoint::Step Endpoint::oneway(const FrameHeader& header, const capnp::word* body) {
     Session::Export target;
     if (!mSession->findExport(header.object, target)) return Step::kGoOn;  // released: dropped
-    std::vector<capnp::word> params(body, body + header.bodyBytes / sizeof(capnp::word));
+    const auto* first = reinterpret_cast<const uint64_t*>(body);
+    WordBuffer params(first, first + header.bodyBytes / sizeof(uint64_t));
     {
         AutoMutex guard(mLock);
         ++mQueued;
@@ -243,7 +244,7 @@ Endpoint::Step Endpoint::oneway(const FrameHeader& header, const capnp::word* bo
         kj::Maybe<kj::Exception> malformed = kj::runCatchingExceptions([&]() {
             kj::Maybe<capnp::FlatArrayMessageReader> reader;
             if (!params.empty()) {
-                reader.emplace(kj::arrayPtr(params.data(), params.size()),
+                reader.emplace(kj::arrayPtr(asWords(params.data()), params.size()),
                                readerOptionsFor(params.size()));
             }
             capnp::MessageReader* in = nullptr;

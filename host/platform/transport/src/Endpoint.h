@@ -57,7 +57,7 @@ class Endpoint : public Watched, public std::enable_shared_from_this<Endpoint> {
     const SteadyClock::time_point mOpened;
     const uint32_t mGeneration;
     // Touched by the thread that handles the current event only.
-    std::vector<capnp::word> mIn;
+    WordBuffer mIn;
     size_t mHave = 0;
     std::vector<char> mOut;
     size_t mOutSent = 0;

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace android {
 namespace hardware {
@@ -38,6 +39,13 @@ struct FrameHeader {
 };
 static_assert(sizeof(FrameHeader) == 24 && sizeof(FrameHeader) % sizeof(capnp::word) == 0,
               "bodies start word-aligned behind the header");
+
+// Received frames are kept in whole words, so that every body starts word-aligned. (capnp::word
+// itself cannot be copied in debug builds.)
+using WordBuffer = std::vector<uint64_t>;
+inline const capnp::word* asWords(const uint64_t* words) {
+    return reinterpret_cast<const capnp::word*>(words);
+}
 
 // An outgoing frame gathered for one sendmsg: header, segment table, segments.
 class OutgoingFrame {

@@ -26,8 +26,7 @@ bool receiveReply(Channel& channel, FrameHeader& header, const capnp::word*& bod
     size_t total = 0;
     for (;;) {
         char* buffer = reinterpret_cast<char*>(channel.in.data());
-        ssize_t n =
-                recv(channel.fd, buffer + have, channel.in.size() * sizeof(capnp::word) - have, 0);
+        ssize_t n = recv(channel.fd, buffer + have, channel.in.size() * sizeof(uint64_t) - have, 0);
         if (n < 0 && errno == EINTR) continue;
         if (n <= 0) return false;
         have += size_t(n);
@@ -35,13 +34,13 @@ bool receiveReply(Channel& channel, FrameHeader& header, const capnp::word*& bod
             memcpy(&header, buffer, sizeof(header));
             if (!headerIsSane(header)) return false;
             total = sizeof(FrameHeader) + header.bodyBytes;
-            if (total > channel.in.size() * sizeof(capnp::word)) {
-                channel.in.resize(total / sizeof(capnp::word));
+            if (total > channel.in.size() * sizeof(uint64_t)) {
+                channel.in.resize(total / sizeof(uint64_t));
             }
         }
         if (total != 0 && have >= total) break;
     }
-    body = channel.in.data() + sizeof(FrameHeader) / sizeof(capnp::word);
+    body = asWords(channel.in.data() + sizeof(FrameHeader) / sizeof(uint64_t));
     return have == total;  // anything more is no reply of ours
 }
 

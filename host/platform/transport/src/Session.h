@@ -29,7 +29,7 @@ uint32_t processGeneration();
 struct Channel {
     int fd = -1;
     uint32_t nextCallId = 1;
-    std::vector<capnp::word> in;
+    WordBuffer in;
 };
 
 // The sockets of one direction of calls, handed out one at a time.

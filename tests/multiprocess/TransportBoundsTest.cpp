@@ -1,0 +1,273 @@
+// The service process against peers that break the transport's rules: each such peer loses its
+// own connection, the service keeps serving others, and what the peer made it hold is given back.
+#include <android/hardware/tv/tuner/1.0/ITuner.h>
+#include <gtest/gtest.h>
+#include <hidl/HidlTransportSupport.h>
+#include <hidl/transport/Transport.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <tunerWire.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "Frame.h"
+#include "ServiceProcess.h"
+
+namespace {
+
+using namespace ::android::hardware::tv::tuner::V1_0;
+using namespace ::android::hardware::details;
+using namespace testing_support;
+using ::android::sp;
+
+constexpr uint16_t kGetFrontendInfo = 5;  // its place in ITuner.hal
+
+// A peer that writes the transport's frames by hand.
+class RawPeer {
+  public:
+    RawPeer() {
+        const std::string path = serviceSocketPath(ITuner::descriptor, "default");
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+        mFd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        if (connect(mFd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+            close(mFd);
+            mFd = -1;
+        }
+    }
+    ~RawPeer() {
+        if (mFd >= 0) close(mFd);
+    }
+    int fd() const { return mFd; }
+
+    bool send(const void* data, size_t size) {
+        return ::send(mFd, data, size, MSG_NOSIGNAL) == ssize_t(size);
+    }
+    bool sendFrame(const FrameHeader& header, capnp::MessageBuilder* body = nullptr) {
+        OutgoingFrame frame;
+        return frame.build(header, body) && ::android::hardware::details::sendFrame(mFd, frame);
+    }
+    // Joins a new session as a well-behaved client's first socket does.
+    bool hello() {
+        FrameHeader header{};
+        header.kind = FrameKind::kHello;
+        header.method = kRoleCalls;
+        FrameHeader welcome{};
+        return sendFrame(header) &&
+               recv(mFd, &welcome, sizeof(welcome), MSG_WAITALL) == ssize_t(sizeof(welcome)) &&
+               welcome.kind == FrameKind::kWelcome;
+    }
+    // True once the service has closed the connection (what it sent before is skipped).
+    bool closedWithin(std::chrono::milliseconds bound) {
+        const auto deadline = std::chrono::steady_clock::now() + bound;
+        char buffer[4096];
+        while (std::chrono::steady_clock::now() < deadline) {
+            pollfd p{mFd, POLLIN, 0};
+            if (poll(&p, 1, 50) <= 0) continue;
+            const ssize_t n = recv(mFd, buffer, sizeof(buffer), MSG_DONTWAIT);
+            if (n == 0 || (n < 0 && errno == ECONNRESET)) return true;
+        }
+        return false;
+    }
+
+  private:
+    int mFd = -1;
+};
+
+class TransportBoundsTest : public ::testing::Test {
+  protected:
+    void SetUp() override { start(); }
+    void TearDown() override {
+        kill(mService, SIGTERM);
+        waitForChild(mService);
+    }
+    void start(int descriptorLimit = 0) {
+        mLog = std::string(getenv("MOX_HIDL_SERVICE_DIR")) + "/bounds.log";
+        mService = spawnService(mLog, descriptorLimit);
+        ASSERT_TRUE(eventually([] { return RawPeer().fd() >= 0; })) << readFile(mLog);
+        // One well-behaved session first: what the service sets up once is in the baseline.
+        ASSERT_TRUE(servesAnotherClient());
+        eventually([&] { return openDescriptors(mService) == mBaselineFds; }, 300ms);
+        mBaselineFds = openDescriptors(mService);
+        mBaselineKiB = residentKiB(mService);
+    }
+    // A client in a process of its own gets an answer.
+    bool servesAnotherClient() {
+        pid_t client = forkClient([] {
+            sp<ITuner> tuner = ITuner::getService();
+            if (tuner == nullptr) return 1;
+            tuner->getFrontendIds([](Result, const ::android::hardware::hidl_vec<uint32_t>&) {});
+            Result result = Result::UNKNOWN_ERROR;
+            auto status =
+                    tuner->getFrontendInfo(0, [&](Result r, const FrontendInfo&) { result = r; });
+            return status.isOk() && result == Result::SUCCESS ? 0 : 2;
+        });
+        return waitForChild(client) == 0;
+    }
+    // What the peer made the service hold is given back once it is gone.
+    void expectBackToBaseline() {
+        EXPECT_TRUE(eventually([&] { return openDescriptors(mService) <= mBaselineFds; }, 3s))
+                << openDescriptors(mService) << " descriptors, " << mBaselineFds << " before";
+        EXPECT_LE(residentKiB(mService), mBaselineKiB + 4096) << "KiB before: " << mBaselineKiB;
+    }
+
+    pid_t mService = -1;
+    std::string mLog;
+    size_t mBaselineFds = 0;
+    size_t mBaselineKiB = 0;
+};
+
+TEST_F(TransportBoundsTest, FramesNoMessageCouldFillCloseOnlyTheirConnection) {
+    RawPeer huge;
+    ASSERT_TRUE(huge.hello());
+    FrameHeader header{};
+    header.kind = FrameKind::kCall;
+    header.bodyBytes = 0xFFFFFFF8;  // announced, never sent
+    ASSERT_TRUE(huge.send(&header, sizeof(header)));
+    EXPECT_TRUE(huge.closedWithin(1s));
+
+    // A message whose segment table announces 2^31 words in an eight-byte body.
+    RawPeer lying;
+    ASSERT_TRUE(lying.hello());
+    const uint32_t table[2] = {0, 0x80000000u};
+    header.bodyBytes = sizeof(table);
+    header.object = 1;
+    header.method = kGetFrontendInfo;
+    ASSERT_TRUE(lying.send(&header, sizeof(header)) && lying.send(table, sizeof(table)));
+    EXPECT_TRUE(lying.closedWithin(1s));
+
+    EXPECT_TRUE(servesAnotherClient());
+    expectBackToBaseline();
+}
+
+TEST_F(TransportBoundsTest, BytesThatAreNoFramesCloseOnlyTheirConnection) {
+    std::mt19937 random(7);
+    for (int round = 0; round < 4; ++round) {
+        RawPeer garbage;
+        if (round % 2 == 1) {
+            ASSERT_TRUE(garbage.hello());
+        }
+        std::vector<uint8_t> bytes(4096);
+        for (auto& b : bytes) b = uint8_t(random());
+        garbage.send(bytes.data(), bytes.size());
+        EXPECT_TRUE(garbage.closedWithin(1s)) << "round " << round;
+    }
+    EXPECT_TRUE(servesAnotherClient());
+    expectBackToBaseline();
+}
+
+TEST_F(TransportBoundsTest, APeerThatStallsMidFrameIsDroppedAfterTheStallTimeOut) {
+    RawPeer stalled;
+    ASSERT_TRUE(stalled.hello());
+    const auto start = std::chrono::steady_clock::now();
+    FrameHeader header{};
+    header.kind = FrameKind::kCall;
+    header.bodyBytes = 64;
+    ASSERT_TRUE(stalled.send(&header, sizeof(header)));  // and no body
+    RawPeer silent;                                      // never says which session it joins
+    EXPECT_TRUE(stalled.closedWithin(std::chrono::milliseconds(limits::kStallTimeoutMs) + 2s));
+    EXPECT_GE(std::chrono::steady_clock::now() - start,
+              std::chrono::milliseconds(limits::kStallTimeoutMs));
+    EXPECT_TRUE(silent.closedWithin(1s));
+    expectBackToBaseline();
+}
+
+TEST_F(TransportBoundsTest, RequestsWhoseRepliesAreNeverReadCostTheServiceNothingLasting) {
+    RawPeer flood;
+    ASSERT_TRUE(flood.hello());
+    capnp::MallocMessageBuilder params;
+    params.initRoot<::wire::tuner::ITunerGetFrontendInfoParams>().setFrontendId(0);
+    FrameHeader header{};
+    header.kind = FrameKind::kCall;
+    header.object = 1;
+    header.method = kGetFrontendInfo;
+    OutgoingFrame frame;
+    ASSERT_TRUE(frame.build(header, &params));
+    std::vector<char> bytes;
+    for (int i = 0; i < frame.iovCount(); ++i) {
+        const char* part = static_cast<const char*>(frame.iov()[i].iov_base);
+        bytes.insert(bytes.end(), part, part + frame.iov()[i].iov_len);
+    }
+
+    // Other clients are served while the flood goes on.
+    std::atomic<bool> flooding{true};
+    std::atomic<int> served{0};
+    std::thread other([&] {
+        while (flooding) served += servesAnotherClient() ? 1 : 0;
+    });
+    int sent = 0;
+    bool dropped = false;
+    auto lastProgress = std::chrono::steady_clock::now();
+    const auto patience = std::chrono::milliseconds(limits::kStallTimeoutMs) + 2s;
+    while (sent < 100000 && !dropped) {
+        const ssize_t n = send(flood.fd(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (n == ssize_t(bytes.size())) {
+            ++sent;
+            lastProgress = std::chrono::steady_clock::now();
+        } else if (n < 0 && (errno == EPIPE || errno == ECONNRESET)) {
+            dropped = true;
+        } else if (n > 0 || std::chrono::steady_clock::now() - lastProgress > patience) {
+            break;  // a partial frame, or no progress for longer than the service waits
+        } else {
+            std::this_thread::sleep_for(1ms);
+        }
+    }
+    flooding = false;
+    other.join();
+    // The service answers until the peer's buffers are full, then waits for it to read; a peer
+    // that never does is dropped after the stall time-out.
+    EXPECT_TRUE(dropped || flood.closedWithin(3s)) << sent << " requests sent";
+    EXPECT_LT(sent, 100000) << "the service kept reading requests whose replies it could not send";
+    EXPECT_GT(served.load(), 0);
+    expectBackToBaseline();
+}
+
+TEST_F(TransportBoundsTest, ConnectionsBeyondTheCapAreClosedAtOnce) {
+    std::vector<std::unique_ptr<RawPeer>> peers;
+    for (size_t i = 0; i < limits::kMaxConnections + 16; ++i) {
+        peers.push_back(std::make_unique<RawPeer>());
+    }
+    // The ones over the cap are closed well before the silent ones' time-out.
+    size_t closed = 0;
+    for (auto& peer : peers) closed += peer->closedWithin(5ms) ? 1 : 0;
+    EXPECT_GE(closed, 16u);
+    peers.clear();
+    EXPECT_TRUE(servesAnotherClient());
+    expectBackToBaseline();
+}
+
+class TransportDescriptorLimitTest : public TransportBoundsTest {
+  protected:
+    void SetUp() override { start(48); }
+};
+
+TEST_F(TransportDescriptorLimitTest, AcceptingResumesWhenDescriptorsFreeUp) {
+    std::vector<std::unique_ptr<RawPeer>> peers;
+    for (int i = 0; i < 64; ++i) peers.push_back(std::make_unique<RawPeer>());
+    ASSERT_TRUE(eventually(
+            [&] { return readFile(mLog).find("accept failed") != std::string::npos; }, 3s))
+            << readFile(mLog);
+    peers.clear();
+    const auto freed = std::chrono::steady_clock::now();
+    EXPECT_TRUE(servesAnotherClient());
+    EXPECT_LT(std::chrono::steady_clock::now() - freed,
+              std::chrono::milliseconds(limits::kAcceptBackoffMaxMs) + 1s);
+    // Backing off, not spinning: a handful of warnings, not thousands.
+    const std::string log = readFile(mLog);
+    size_t warnings = 0;
+    for (size_t at = log.find("accept failed"); at != std::string::npos;
+         at = log.find("accept failed", at + 1)) {
+        ++warnings;
+    }
+    EXPECT_LT(warnings, 20u) << log;
+}
+
+}  // namespace

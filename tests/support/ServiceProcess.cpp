@@ -1,0 +1,79 @@
+#include "ServiceProcess.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+namespace testing_support {
+
+bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds bound) {
+    const auto deadline = std::chrono::steady_clock::now() + bound;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(5ms);
+    }
+    return true;
+}
+
+int waitForChild(pid_t pid, std::chrono::milliseconds bound) {
+    int status = 0;
+    if (!eventually([&] { return waitpid(pid, &status, WNOHANG) == pid; }, bound)) {
+        kill(pid, SIGKILL);
+        waitpid(pid, &status, 0);
+        return -1;
+    }
+    return status;
+}
+
+pid_t spawnService(const std::string& log, int descriptorLimit) {
+    const pid_t pid = fork();
+    if (pid != 0) return pid;
+    const int fd = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd >= 0) dup2(fd, STDERR_FILENO);
+    if (descriptorLimit > 0) {
+        rlimit limit{rlim_t(descriptorLimit), rlim_t(descriptorLimit)};
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+    execl(SERVICE_BINARY, SERVICE_BINARY, static_cast<char*>(nullptr));
+    _exit(127);
+}
+
+pid_t forkClient(const std::function<int()>& body) {
+    pid_t pid = fork();
+    if (pid == 0) _exit(body());
+    return pid;
+}
+
+std::string readFile(const std::string& path) {
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+size_t openDescriptors(pid_t pid) {
+    size_t count = 0;
+    if (DIR* dir = opendir(("/proc/" + std::to_string(pid) + "/fd").c_str())) {
+        while (dirent* entry = readdir(dir)) count += entry->d_name[0] != '.';
+        closedir(dir);
+    }
+    return count;
+}
+
+size_t residentKiB(pid_t pid) {
+    std::istringstream status(readFile("/proc/" + std::to_string(pid) + "/status"));
+    std::string line;
+    while (std::getline(status, line)) {
+        if (line.rfind("VmRSS:", 0) == 0) return std::stoul(line.substr(6));
+    }
+    return 0;
+}
+
+}  // namespace testing_support

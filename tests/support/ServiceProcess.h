@@ -1,0 +1,28 @@
+// The service binary as a process of its own, for tests that drive it from other processes.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+
+namespace testing_support {
+
+using namespace std::chrono_literals;
+constexpr std::chrono::milliseconds kBound = 10s;  // every wait of these tests ends by then
+
+bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds bound = kBound);
+// Waits for a child process, killing it if it outlives the bound; its wait status, or -1.
+int waitForChild(pid_t pid, std::chrono::milliseconds bound = kBound);
+// Starts the service binary with its stderr in `log`; with a descriptor limit if one is given.
+pid_t spawnService(const std::string& log, int descriptorLimit = 0);
+// Runs body in a child process (a client of its own); the child's exit code is body's.
+pid_t forkClient(const std::function<int()>& body);
+std::string readFile(const std::string& path);
+
+// What a process holds: its open descriptors and its resident memory.
+size_t openDescriptors(pid_t pid);
+size_t residentKiB(pid_t pid);
+
+}  // namespace testing_support
