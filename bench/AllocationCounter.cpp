@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <new>
 
-#include "Interleaved.h"
+#include "Allocations.h"
 
 namespace {
 std::atomic<uint64_t> gAllocations{0};

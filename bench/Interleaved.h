@@ -10,10 +10,9 @@
 #include <cstdint>
 #include <vector>
 
-namespace bench {
+#include "Allocations.h"
 
-// Heap allocations made by this process so far (operator new is counted).
-uint64_t allocations();
+namespace bench {
 
 inline double median(std::vector<double> values) {
     if (values.empty()) return 0;
