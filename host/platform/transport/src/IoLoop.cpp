@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/syscall.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 
@@ -16,10 +17,32 @@
 
 #include "Session.h"
 
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#include <sanitizer/tsan_interface.h>
+#define IOLOOP_UNDER_TSAN 1
+#endif
+#endif
+
 namespace android {
 namespace hardware {
 namespace details {
 namespace {
+
+// Arming a socket hands it to whichever thread epoll wakes next: what the arming thread wrote is
+// seen by that thread. ThreadSanitizer's epoll model covers EPOLL_CTL_ADD only, so each handoff is
+// marked on the object handed over.
+#ifdef IOLOOP_UNDER_TSAN
+void handOver(Watched* watched) {
+    __tsan_release(watched);
+}
+void takeOver(Watched* watched) {
+    __tsan_acquire(watched);
+}
+#else
+void handOver(Watched*) {}
+void takeOver(Watched*) {}
+#endif
 
 constexpr int kTickMs = 100;
 // The epoll data of the task queue's eventfd and of the tick's timerfd.
@@ -152,6 +175,7 @@ bool IoLoop::add(const std::shared_ptr<Watched>& watched, int fd, uint32_t event
     epoll_event event{};
     event.events = events | EPOLLONESHOT;
     event.data.ptr = watched.get();
+    handOver(watched.get());
     if (epoll_ctl(mEpoll, EPOLL_CTL_ADD, fd, &event) == 0) return true;
     AutoMutex guard(mLock);
     mWatched.erase(watched.get());
@@ -162,7 +186,10 @@ void IoLoop::rearm(Watched* watched, int fd, uint32_t events) {
     epoll_event event{};
     event.events = events | EPOLLONESHOT;
     event.data.ptr = watched;
-    epoll_ctl(mEpoll, EPOLL_CTL_MOD, fd, &event);
+    handOver(watched);
+    // The raw system call: ThreadSanitizer would count epoll_ctl as a use of fd on this thread,
+    // racing with the close by the thread the socket is handed to, which cannot happen before it.
+    syscall(SYS_epoll_ctl, mEpoll, EPOLL_CTL_MOD, fd, &event);
 }
 
 namespace {
@@ -224,7 +251,9 @@ void IoLoop::run() {
         } else if (event.data.ptr == &gTickMarker) {
             tick();
         } else {
-            static_cast<Watched*>(event.data.ptr)->onEvent(event.events);
+            auto* watched = static_cast<Watched*>(event.data.ptr);
+            takeOver(watched);
+            watched->onEvent(event.events);
         }
         tRemoved.clear();
     }
