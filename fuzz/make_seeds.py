@@ -103,3 +103,30 @@ for name, data in {
     for fuzzer in ("tune_scan_fuzzer", "lnb_fuzzer", "sequence_fuzzer"):
         write(fuzzer, name, data)
 write("lnb_fuzzer", "diseqc", bytes([0xE0, 0x10, 0x38, 0xF3, 0, 0, 0, 9, 3, 0]))
+
+
+# The transport: the first byte says whether the session's hello comes first (bit 0); the rest
+# goes to the service's side of a connection as it stands. A frame is a 24-byte header (body
+# bytes, kind, reserved, method, call id, padding, object) and a Cap'n Proto message.
+def frame(kind, method=0, object_id=0, call_id=1, body=b""):
+    return struct.pack("<IBBHIIQ", len(body), kind, 0, method, call_id, 0, object_id) + body
+
+
+def message(*words):
+    # One segment: the root pointer (a struct of the given data words, no pointers), the data.
+    root = (len(words) << 32)
+    return struct.pack("<II", 0, 1 + len(words)) + struct.pack("<Q", root) + b"".join(
+        struct.pack("<Q", w) for w in words)
+
+
+CALL, ONEWAY, RELEASE, HELLO = 1, 2, 5, 6
+write("transport_fuzzer", "get-frontend-ids", b"\x01" + frame(CALL, method=0, object_id=1))
+write("transport_fuzzer", "get-frontend-info",
+      b"\x01" + frame(CALL, method=0, object_id=1) + frame(CALL, 5, 1, 2, message(0)))
+write("transport_fuzzer", "open-frontend-and-release",
+      b"\x01" + frame(CALL, 0, 1) + frame(CALL, 1, 1, 2, message(2)) + frame(RELEASE, 0, 2, 1))
+write("transport_fuzzer", "ping-chain-descriptor",
+      b"\x01" + frame(CALL, 0xF000, 1) + frame(CALL, 0xF001, 1, 2) + frame(CALL, 0xF002, 1, 3))
+write("transport_fuzzer", "oneway-to-the-root", b"\x01" + frame(ONEWAY, 0, 1, 0))
+write("transport_fuzzer", "hello-twice", b"\x00" + frame(HELLO, 1) + frame(HELLO, 1))
+write("transport_fuzzer", "unknown-object", b"\x01" + frame(CALL, 0, 99))
