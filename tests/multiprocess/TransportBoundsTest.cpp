@@ -258,6 +258,30 @@ TEST_F(TransportBoundsTest, ConnectionsBeyondTheCapAreClosedAtOnce) {
     expectBackToBaseline();
 }
 
+TEST_F(TransportBoundsTest, AClientHoldingMoreObjectsThanTheCapLosesOnlyItsOwnSession) {
+    pid_t client = forkClient([] {
+        sp<ITuner> tuner = ITuner::getService();
+        if (tuner == nullptr) return 1;
+        // The same object handed out again and again costs nothing more.
+        tuner->getFrontendIds([](Result, const ::android::hardware::hidl_vec<uint32_t>&) {});
+        for (int i = 0; i < 20000; ++i) {
+            if (!tuner->openFrontendById(0, [](Result, const sp<IFrontend>&) {}).isOk()) return 2;
+        }
+        // A new object each time (demuxes beyond the pool's 40 are placeholders): held, they
+        // exceed the cap and the session ends.
+        std::vector<sp<IDemux>> held;
+        while (held.size() <= limits::kMaxObjectsPerSession + 8) {
+            auto status = tuner->openDemux(
+                    [&](Result, uint32_t, const sp<IDemux>& demux) { held.push_back(demux); });
+            if (!status.isOk()) return held.size() >= limits::kMaxObjectsPerSession - 8 ? 0 : 3;
+        }
+        return 4;
+    });
+    EXPECT_EQ(waitForChild(client), 0);
+    EXPECT_TRUE(servesAnotherClient());
+    expectBackToBaseline();
+}
+
 class TransportDescriptorLimitTest : public TransportBoundsTest {
   protected:
     void SetUp() override { start(48); }
