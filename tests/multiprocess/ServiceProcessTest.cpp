@@ -44,8 +44,8 @@ class ServiceProcessTest : public ::testing::Test {
         mLog = std::string(getenv("MOX_HIDL_SERVICE_DIR")) + "/service.log";
         mService = spawnService(mLog);
         ASSERT_GT(mService, 0);
-        // The test process stays a non-client until its children are forked: a transport thread
-        // does not survive fork.
+        // The test process becomes a client only where a test says so: its forked children
+        // start sessions of their own.
     }
     void TearDown() override {
         if (mService > 0) {
