@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <hidl/DebugDump.h>
 #include <hidl/HidlTransportSupport.h>
+#include <hidl/transport/Transport.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -26,6 +27,18 @@ using ::android::hardware::hidl_vec;
 using namespace std::chrono_literals;
 
 using namespace testing_support;
+
+// How long the service may take to end on SIGTERM (a sanitizer's exit report takes longer).
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer) || __has_feature(address_sanitizer)
+#define UNDER_SANITIZER 1
+#endif
+#endif
+#ifdef UNDER_SANITIZER
+constexpr auto kExitBound = 1000ms;
+#else
+constexpr auto kExitBound = 100ms;
+#endif
 
 std::string dumpOf(const sp<ITuner>& tuner) {
     return ::android::hardware::debugDump(tuner);
@@ -300,6 +313,26 @@ TEST_F(ServiceProcessTest, AClientThatForksHasParentAndChildServedOnConnectionsO
     EXPECT_TRUE(eventually([&] { return !callback->events().empty(); }));
     EXPECT_EQ(waitForChild(child), 0);
     EXPECT_TRUE(tuner->ping().isOk());
+}
+
+TEST_F(ServiceProcessTest, SigtermUnregistersTheServiceAndEndsItAtOnce) {
+    sp<ITuner> tuner = connect();
+    ASSERT_NE(tuner, nullptr);
+    sp<IFrontend> frontend = open(tuner, 0);  // a live session with objects handed out
+    ASSERT_NE(frontend, nullptr);
+    const std::string socket =
+            ::android::hardware::details::serviceSocketPath(ITuner::descriptor, "default");
+    ASSERT_EQ(access(socket.c_str(), F_OK), 0);
+    const auto start = std::chrono::steady_clock::now();
+    kill(mService, SIGTERM);
+    const int status = waitForChild(mService);
+    const auto took = std::chrono::steady_clock::now() - start;
+    mService = -1;
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    EXPECT_LT(took, kExitBound) << std::chrono::duration<double, std::milli>(took).count()
+                                << " ms";
+    EXPECT_NE(access(socket.c_str(), F_OK), 0) << "the socket is gone";
+    EXPECT_FALSE(tuner->ping().isOk());
 }
 
 }  // namespace

@@ -52,6 +52,8 @@ void joinRpcThreadpool() {
     char byte;
     while (read(gWakeFds[0], &byte, 1) < 0 && errno == EINTR) {
     }
+    // The process stops serving: its registrations go with it, as a dead binder's do.
+    details::unpublishServices();
 }
 
 void requestRpcThreadpoolExit() {

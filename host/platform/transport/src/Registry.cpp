@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstring>
 #include <map>
+#include <vector>
 
 #include "Endpoint.h"
 #include "Listener.h"
@@ -33,6 +34,36 @@ bool fillAddress(const std::string& path, sockaddr_un& address) {
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof(address.sun_path)) return false;
     memcpy(address.sun_path, path.c_str(), path.size());
+    return true;
+}
+
+// The directory a service publishes in: made 0700 by this process's user, or, when it exists, a
+// real directory (no symlink) of this user that no one else may write to. Else why not, in words.
+std::string checkOwnDirectory(const std::string& directory) {
+    if (mkdir(directory.c_str(), 0700) != 0 && errno != EEXIST) {
+        return "cannot be made: " + std::string(strerror(errno));
+    }
+    struct stat st {};
+    if (lstat(directory.c_str(), &st) != 0) return strerror(errno);
+    if (!S_ISDIR(st.st_mode)) return "is not a directory (a symbolic link or a file)";
+    if (st.st_uid != geteuid()) {
+        return "belongs to uid " + std::to_string(st.st_uid) + ", not to this service's uid " +
+               std::to_string(geteuid());
+    }
+    if ((st.st_mode & (S_IWGRP | S_IWOTH)) != 0) return "may be written by group or others";
+    return "";
+}
+
+// The directory a client trusts: a real directory only its owner may write to; the owner's uid.
+bool trustedDirectory(const std::string& directory, uid_t& owner) {
+    struct stat st {};
+    if (lstat(directory.c_str(), &st) != 0) return false;
+    if (!S_ISDIR(st.st_mode) || (st.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        ALOGE("%s is not a directory only its owner may write to: its sockets are not trusted",
+              directory.c_str());
+        return false;
+    }
+    owner = st.st_uid;
     return true;
 }
 
@@ -73,15 +104,54 @@ bool handshake(int fd, SocketRole role, uint64_t token, uint64_t& sessionToken) 
     return token == 0 || sessionToken == token;
 }
 
-int openJoined(const std::string& path, SocketRole role, uint64_t token) {
+// Connects to a service's socket and checks that the process answering is the directory owner's,
+// as binder's service manager checks the uid of whoever registers. 0, or the errno; EPERM for an
+// impostor.
+int connectToOwner(const std::string& path, uid_t owner, int& fd) {
+    const int error = connectSocket(path, fd);
+    if (error != 0) return error;
+    ucred peer{};
+    socklen_t length = sizeof(peer);
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length) == 0 && peer.uid == owner) {
+        return 0;
+    }
+    ALOGE("%s is served by uid %d, not by the directory's owner %d: not trusted", path.c_str(),
+          int(peer.uid), int(owner));
+    closeTrackedFd(fd);
+    fd = -1;
+    return EPERM;
+}
+
+// A socket nobody answers on is removed when it is what a dead service of the owner left: a
+// socket of the owner's, nothing else.
+void removeIfStale(const std::string& path, uid_t owner) {
+    struct stat st {};
+    if (lstat(path.c_str(), &st) == 0 && S_ISSOCK(st.st_mode) && st.st_uid == owner) {
+        unlink(path.c_str());
+    }
+}
+
+int openJoined(const std::string& path, uid_t owner, SocketRole role, uint64_t token) {
     int fd = -1;
-    if (connectSocket(path, fd) != 0) return -1;
+    if (connectToOwner(path, owner, fd) != 0) return -1;
     uint64_t answered = 0;
     if (!handshake(fd, role, token, answered)) {
         closeTrackedFd(fd);
         return -1;
     }
     return fd;
+}
+
+// The sockets this process published, removed again when it stops serving.
+struct Published {
+    std::string path;
+    dev_t device;
+    ino_t inode;
+};
+Mutex gPublishedLock;
+std::vector<Published>& published() {
+    static auto* list = new std::vector<Published>();
+    return *list;
 }
 
 // A process keeps one session per service while it lives, as binder keeps one handle.
@@ -92,9 +162,11 @@ std::map<std::string, std::shared_ptr<Session>>& sessions() {
 }
 
 std::shared_ptr<Session> openSession(const std::string& path, const std::string& peer) {
+    uid_t owner = 0;
+    if (!trustedDirectory(serviceDirectory(), owner)) return nullptr;
     int fd = -1;
-    const int error = connectSocket(path, fd);
-    if (error == ECONNREFUSED) unlink(path.c_str());  // nobody answers: a stale entry
+    const int error = connectToOwner(path, owner, fd);
+    if (error == ECONNREFUSED) removeIfStale(path, owner);
     if (error != 0) return nullptr;
     uint64_t token = 0;
     if (!handshake(fd, kRoleCalls, 0, token)) {
@@ -102,13 +174,13 @@ std::shared_ptr<Session> openSession(const std::string& path, const std::string&
         return nullptr;
     }
     auto session = std::make_shared<Session>(peer, token);
-    auto open = [path, token]() { return openJoined(path, kRoleCalls, token); };
+    auto open = [path, owner, token]() { return openJoined(path, owner, kRoleCalls, token); };
     auto calls = std::make_shared<ChannelPool>(*session, limits::kMaxChannelsPerSession, open);
     session->setPools(calls, std::make_shared<ChannelPool>(*session, 1, open));
     session->addSocket(fd);
     calls->install(fd);
     // The socket on which the service calls this process's objects, served by the pool.
-    const int in = openJoined(path, kRoleCallsIn, token);
+    const int in = openJoined(path, owner, kRoleCallsIn, token);
     if (in < 0) return nullptr;
     fcntl(in, F_SETFL, fcntl(in, F_GETFL) | O_NONBLOCK);
     if (!std::make_shared<Endpoint>(in, session)->start()) return nullptr;
@@ -125,8 +197,12 @@ status_t publishService(const sp<::android::hidl::base::V1_0::IBase>& service,
                         const std::string& descriptor, const std::string& name) {
     const InterfaceTransport* transport = findInterfaceTransport(descriptor);
     if (transport == nullptr) return OK;  // the interface does not cross processes
-    std::string directory = serviceDirectory();
-    mkdir(directory.c_str(), 0700);
+    const std::string directory = serviceDirectory();
+    const std::string refusal = checkOwnDirectory(directory);
+    if (!refusal.empty()) {
+        ALOGE("refusing to register in %s: it %s", directory.c_str(), refusal.c_str());
+        return PERMISSION_DENIED;
+    }
     std::string path = serviceSocketPath(descriptor, name);
     // The socket is made and listening under a private name, then renamed into place: a client
     // never finds the name without someone answering on it, so a refused connection always means
@@ -137,8 +213,10 @@ status_t publishService(const sp<::android::hidl::base::V1_0::IBase>& service,
     if (!fillAddress(building, address)) return BAD_VALUE;
     int fd = trackFd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (fd < 0) return -errno;
+    // Only this user may connect, whatever the umask: the socket is 0600 before anyone can
+    // reach its name.
     if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
-        listen(fd, 64) != 0) {
+        chmod(building.c_str(), 0600) != 0 || listen(fd, 64) != 0) {
         int bindError = errno;
         closeTrackedFd(fd);
         unlink(building.c_str());
@@ -160,7 +238,26 @@ status_t publishService(const sp<::android::hidl::base::V1_0::IBase>& service,
         return -renameError;
     }
     auto listener = std::make_shared<Listener>(fd, service, transport->dispatch, descriptor);
-    return listener->start() ? OK : UNKNOWN_ERROR;
+    if (!listener->start()) return UNKNOWN_ERROR;
+    struct stat st {};
+    if (lstat(path.c_str(), &st) == 0) {
+        AutoMutex guard(gPublishedLock);
+        published().push_back({path, st.st_dev, st.st_ino});
+    }
+    return OK;
+}
+
+void unpublishServices() {
+    AutoMutex guard(gPublishedLock);
+    for (const Published& entry : published()) {
+        // Only the socket this process made: a newer instance's stays.
+        struct stat st {};
+        if (lstat(entry.path.c_str(), &st) == 0 && st.st_dev == entry.device &&
+            st.st_ino == entry.inode) {
+            unlink(entry.path.c_str());
+        }
+    }
+    published().clear();
 }
 
 sp<::android::hidl::base::V1_0::IBase> connectToService(const std::string& descriptor,

@@ -87,10 +87,14 @@ sp<::android::hidl::base::V1_0::IBase> wrapPassthroughBase(
         const sp<::android::hidl::base::V1_0::IBase>& object, const std::string& descriptor);
 
 // The registry of services across processes: one socket per instance in a directory
-// ($MOX_HIDL_SERVICE_DIR, else /tmp/mox-hidl-<uid>). A socket nobody answers on is a stale entry
-// of a dead service and is removed.
+// ($MOX_HIDL_SERVICE_DIR, else /tmp/mox-hidl-<uid>). A service publishes only in a real directory
+// of its own user that no one else may write to, and its sockets are 0600. A client trusts a
+// socket only when the process answering on it runs as the directory's owner; a socket of that
+// owner nobody answers on is a stale entry of a dead service and is removed.
 status_t publishService(const sp<::android::hidl::base::V1_0::IBase>& service,
                         const std::string& descriptor, const std::string& name);
+// Removes the sockets this process published (when its pool is told to stop).
+void unpublishServices();
 sp<::android::hidl::base::V1_0::IBase> connectToService(const std::string& descriptor,
                                                         const std::string& name);
 std::string serviceSocketPath(const std::string& descriptor, const std::string& name);
