@@ -76,11 +76,6 @@ Return<Result> Frontend::setLnb(uint32_t /*lnbId*/) {
     return supportsSatellite() ? Result::SUCCESS : Result::INVALID_STATE;
 }
 
-bool Frontend::hasCallback() const {
-    AutoMutex guard(mCallbackLock);
-    return mCallback != nullptr;
-}
-
 bool Frontend::supportsSatellite() const {
     return mType == FrontendType::DVBS || mType == FrontendType::ISDBS ||
            mType == FrontendType::ISDBS3;

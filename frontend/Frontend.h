@@ -35,7 +35,8 @@ class Frontend : public IFrontend {
     FrontendType getFrontendType() const { return mType; }
     uint32_t getFrontendId() const { return mId; }
     bool isLocked() const { return mIsLocked; }
-    bool hasCallback() const;
+    // The callback installed at this moment, if any.
+    sp<IFrontendCallback> getCallback() const;
     bool supportsSatellite() const;
     // True from scan() until the scan is stopped or ends by itself.
     bool isScanRunning() const { return mScanControl.anyRunning(); }
@@ -80,7 +81,6 @@ class Frontend : public IFrontend {
         uint64_t generation;
     };
 
-    sp<IFrontendCallback> getCallback() const;
     static bool settingsMatchType(FrontendType type, const FrontendSettings& settings);
     void scanSingleFrequency(FrontendSettings& settings, FrontendScanType type, uint64_t generation);
     void scanCableSweep(const FrontendSettings& settings, FrontendScanType type,

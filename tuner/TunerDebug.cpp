@@ -16,6 +16,16 @@ const char* yesNo(bool value) {
     return value ? "yes" : "no";
 }
 
+// Whose callback it is: the process the callback object lives in, as getDebugInfo tells.
+std::string callbackOwner(const sp<IFrontendCallback>& callback) {
+    if (callback == nullptr) return "none";
+    int32_t pid = -1;
+    if (!callback->getDebugInfo([&](const auto& info) { pid = info.pid; }).isOk()) {
+        return "set (its process is gone)";
+    }
+    return "set by pid " + std::to_string(pid);
+}
+
 void writeAll(int fd, const std::string& text) {
     size_t written = 0;
     while (written < text.size()) {
@@ -52,7 +62,7 @@ Return<void> Tuner::debug(const hidl_handle& fd, const hidl_vec<hidl_string>& /*
         text += "  frontend " + std::to_string(f->getFrontendId()) + ": type " +
                 toString(f->getFrontendType()) + ", locked " + yesNo(f->isLocked()) +
                 ", scan running " + yesNo(f->isScanRunning()) + ", callback " +
-                (f->hasCallback() ? "set" : "none") + "\n";
+                callbackOwner(f->getCallback()) + "\n";
     }
     text += "demuxes open:";
     for (uint32_t id : demuxIds) text += " " + std::to_string(id);

@@ -3,6 +3,7 @@
 #include "Commands.h"
 #include "ExitCodes.h"
 #include "Output.h"
+#include "ServiceCalls.h"
 #include "TunerClient.h"
 
 namespace tunerctl {
@@ -47,8 +48,10 @@ int runOverview(const GlobalOptions& global) {
             if (frontendInfo(tuner, id, info)) frontends.push_back(frontendJson(id, info));
         }
         std::vector<std::string> lnbs;
-        tuner->getLnbIds([&](Result, const hidl_vec<uint32_t>& ids) {
-            for (uint32_t id : ids) lnbs.push_back(std::to_string(id));
+        call("getLnbIds", [&] {
+            return tuner->getLnbIds([&](Result, const hidl_vec<uint32_t>& ids) {
+                for (uint32_t id : ids) lnbs.push_back(std::to_string(id));
+            });
         });
         std::cout << JsonObject()
                              .addRaw("frontends", jsonArray(frontends))

@@ -4,6 +4,7 @@
 #include "Commands.h"
 #include "ExitCodes.h"
 #include "Output.h"
+#include "ServiceCalls.h"
 #include "TunerClient.h"
 #include "ValueParsing.h"
 #include "simulator/SimulatedDriver.h"
@@ -61,7 +62,9 @@ int runLnbs(const GlobalOptions& global) {
     sp<ITuner> tuner = connectTuner();
     frontendIds(tuner);  // discovery creates the LNBs
     std::vector<uint32_t> ids;
-    tuner->getLnbIds([&](Result, const hidl_vec<uint32_t>& list) { ids = list; });
+    call("getLnbIds", [&] {
+        return tuner->getLnbIds([&](Result, const hidl_vec<uint32_t>& list) { ids = list; });
+    });
     if (global.json) {
         std::vector<std::string> items;
         for (uint32_t id : ids) items.push_back(std::to_string(id));
@@ -78,9 +81,11 @@ int runLnb(const GlobalOptions& global, const LnbOptions& o) {
     frontendIds(tuner);
     sp<ILnb> lnb;
     Result result = Result::UNKNOWN_ERROR;
-    tuner->openLnbById(o.id, [&](Result r, const sp<ILnb>& l) {
-        result = r;
-        lnb = l;
+    call("openLnbById", [&] {
+        return tuner->openLnbById(o.id, [&](Result r, const sp<ILnb>& l) {
+            result = r;
+            lnb = l;
+        });
     });
     if (result != Result::SUCCESS) {
         return reportFailure(global.json, kUsageError,
@@ -96,24 +101,30 @@ int runLnb(const GlobalOptions& global, const LnbOptions& o) {
         auto voltage = parseVoltage(o.voltage);
         if (!voltage)
             return reportFailure(global.json, kUsageError, "invalid voltage: " + o.voltage);
-        if (!report(global.json, "setVoltage", lnb->setVoltage(*voltage))) return kServiceError;
+        if (!report(global.json, "setVoltage",
+                    call("setVoltage", [&] { return lnb->setVoltage(*voltage); })))
+            return kServiceError;
     }
     if (!o.tone.empty()) {
         auto tone = parseTone(o.tone);
         if (!tone) return reportFailure(global.json, kUsageError, "invalid tone: " + o.tone);
-        if (!report(global.json, "setTone", lnb->setTone(*tone))) return kServiceError;
+        if (!report(global.json, "setTone", call("setTone", [&] { return lnb->setTone(*tone); })))
+            return kServiceError;
     }
     if (!o.position.empty()) {
         auto position = parsePosition(o.position);
         if (!position)
             return reportFailure(global.json, kUsageError, "invalid position: " + o.position);
-        if (!report(global.json, "setSatellitePosition", lnb->setSatellitePosition(*position))) {
+        if (!report(global.json, "setSatellitePosition", call("setSatellitePosition", [&] {
+                        return lnb->setSatellitePosition(*position);
+                    }))) {
             return kServiceError;
         }
     }
     if (o.diseqc) {
-        if (!report(global.json, "sendDiseqcMessage",
-                    lnb->sendDiseqcMessage(*parseDiseqc(*o.diseqc)))) {
+        if (!report(global.json, "sendDiseqcMessage", call("sendDiseqcMessage", [&] {
+                        return lnb->sendDiseqcMessage(*parseDiseqc(*o.diseqc));
+                    }))) {
             return kServiceError;
         }
     }

@@ -13,6 +13,7 @@
 #include "FrontendEvents.h"
 #include "Output.h"
 #include "ScanResults.h"
+#include "ServiceCalls.h"
 #include "TunerClient.h"
 
 namespace tunerctl {
@@ -172,10 +173,12 @@ int runScan(const GlobalOptions& global, const ScanOptions& options) {
         if (dish != kSuccess) return dish;
     }
     sp<FrontendEvents> events = new FrontendEvents();
-    frontend->setCallback(events);
+    // A scan a client left running (one that died, say) would report into this one.
+    call("stopScan", [&] { return frontend->stopScan(); });
+    call("setCallback", [&] { return frontend->setCallback(events); });
     installInterruptHandler();
     const auto type = options.blind ? FrontendScanType::SCAN_BLIND : FrontendScanType::SCAN_AUTO;
-    const Result result = frontend->scan(settings, type);
+    const Result result = call("scan", [&] { return frontend->scan(settings, type); });
     if (result != Result::SUCCESS) {
         return reportFailure(global.json, kServiceError, "scan: " + toString(result));
     }
@@ -192,13 +195,24 @@ int runScan(const GlobalOptions& global, const ScanOptions& options) {
     bool stopped = false;
     while (true) {
         if (interrupted() && !stopped) {
-            frontend->stopScan();
+            call("stopScan", [&] { return frontend->stopScan(); });
             stopped = true;
         }
+        if (serviceDied()) serviceLost("the scan");
         auto message = events->takeScanMessage(std::chrono::milliseconds(100));
         if (message) {
             report.take(message->first, message->second);
-        } else if (!scanRunning(tuner, options.id)) {
+            continue;
+        }
+        // The service's dump tells whether the scan still runs, and for whom.
+        const std::string dump = serviceDump(tuner);
+        if (takenByAnotherClient(dump, options.id)) {
+            report.clearBar();
+            return reportFailure(global.json, kServiceError,
+                                 "frontend " + std::to_string(options.id) +
+                                         " was taken by another client (its scan messages go "
+                                         "there now)");
+        } else if (!scanRunning(dump, options.id)) {
             // The scan's last messages were sent before it ended; being oneway calls they may
             // still be on their way to this process's pool.
             while ((message = events->takeScanMessage(std::chrono::milliseconds(200)))) {
@@ -208,7 +222,7 @@ int runScan(const GlobalOptions& global, const ScanOptions& options) {
         }
     }
     report.clearBar();
-    if (!stopped) frontend->stopScan();
+    if (!stopped) call("stopScan", [&] { return frontend->stopScan(); });
 
     const std::vector<Multiplex> multiplexes = mergeLocks(report.found, kSweepStepHz);
     if (!options.output.empty() && !writeFound(global, options.output, channel, plan, multiplexes)) {

@@ -9,6 +9,7 @@
 #include "ExitCodes.h"
 #include "FrontendEvents.h"
 #include "Output.h"
+#include "ServiceCalls.h"
 #include "TunerClient.h"
 
 namespace tunerctl {
@@ -47,11 +48,13 @@ bool readStatus(bool json, const sp<IFrontend>& frontend,
                 const std::vector<FrontendStatusType>& types,
                 std::vector<FrontendStatus>& statuses) {
     Result result = Result::UNKNOWN_ERROR;
-    frontend->getStatus(hidl_vec<FrontendStatusType>(types),
-                        [&](Result r, const hidl_vec<FrontendStatus>& s) {
-                            result = r;
-                            statuses = s;
-                        });
+    call("getStatus", [&] {
+        return frontend->getStatus(hidl_vec<FrontendStatusType>(types),
+                                   [&](Result r, const hidl_vec<FrontendStatus>& s) {
+                                       result = r;
+                                       statuses = s;
+                                   });
+    });
     if (result != Result::SUCCESS)
         reportFailure(json, kServiceError, "getStatus: " + toString(result));
     return result == Result::SUCCESS;
@@ -133,15 +136,22 @@ int tuneAndReport(const GlobalOptions& global, const sp<ITuner>& tuner, uint32_t
         const int dish = setUpDish(global, tuner, id, frontend, *plan, channel);
         if (dish != kSuccess) return dish;
     }
-    frontend->setCallback(events);
+    // A scan a client left running (one that died, say) would go on moving the tuner.
+    call("stopScan", [&] { return frontend->stopScan(); });
+    call("setCallback", [&] { return frontend->setCallback(events); });
     const std::vector<std::pair<std::string, FrontendSettings>> attempts =
             automaticAttempts(settings, info);
     for (const auto& [standard, attempt] : attempts) {
-        const Result result = frontend->tune(attempt);
+        const Result result = call("tune", [&] { return frontend->tune(attempt); });
         if (result != Result::SUCCESS) {
             return reportFailure(global.json, kServiceError, "tune: " + toString(result));
         }
         const std::optional<FrontendEventType> event = events->takeEvent();
+        if (!event && takenByAnotherClient(serviceDump(tuner), id)) {
+            return reportFailure(global.json, kServiceError,
+                                 "frontend " + std::to_string(id) +
+                                         " was taken by another client (its events go there now)");
+        }
         if (!event) {
             return reportFailure(global.json, kServiceError,
                                  "tune: no event (the driver refused the tune)");
@@ -154,12 +164,63 @@ int tuneAndReport(const GlobalOptions& global, const sp<ITuner>& tuner, uint32_t
     return kNoLock;
 }
 
-// Until Ctrl-C, which is how a watch ends.
-int watch(bool json, const sp<IFrontend>& frontend, const std::vector<FrontendStatusType>& types) {
+// A line about the watch itself, beside its samples: on stderr, or a JSON object for --json.
+void notice(bool json, const std::string& text) {
+    if (json) {
+        std::cout << JsonObject().add("notice", text).str() << std::endl;
+    } else {
+        std::cerr << "tunerctl: " << text << std::endl;
+    }
+}
+
+// After the service died: the frontend of a new instance, tuned again to the channel the watch
+// was given; null if Ctrl-C came first.
+sp<IFrontend> rejoin(const GlobalOptions& global, const TuneOptions& options,
+                     const ChannelOptions& channel) {
+    notice(global.json, "the tuner service died; waiting for a new instance");
+    sp<ITuner> tuner = reconnectTuner();
+    if (tuner == nullptr) return nullptr;
+    std::string error;
+    sp<IFrontend> frontend = openFrontend(tuner, options.id, error);
+    if (frontend == nullptr) {
+        reportFailure(global.json, kServiceError, error);
+        exit(kServiceError);
+    }
+    notice(global.json, "the tuner service is back");
+    if (!channel.dvbt.empty() || !channel.dvbc.empty() || !channel.dvbs.empty()) {
+        sp<FrontendEvents> events = new FrontendEvents();
+        tuneAndReport(global, tuner, options.id, frontend, events, channel);
+    }
+    return frontend;
+}
+
+// Until Ctrl-C, which is how a watch ends. A watch outlives the service: it waits for a new
+// instance and goes on with it.
+int watch(const GlobalOptions& global, const TuneOptions& options, const ChannelOptions& channel,
+          sp<IFrontend> frontend, const std::vector<FrontendStatusType>& types) {
     installInterruptHandler();
     for (uint64_t sample = 1; !interrupted(); ++sample) {
         std::vector<FrontendStatus> statuses;
-        if (readStatus(json, frontend, types, statuses)) printStatusLine(json, sample, statuses);
+        Result result = Result::UNKNOWN_ERROR;
+        bool answered = false;
+        {
+            CallDeadline deadline("getStatus");
+            answered = frontend->getStatus(hidl_vec<FrontendStatusType>(types),
+                                           [&](Result r, const hidl_vec<FrontendStatus>& s) {
+                                               result = r;
+                                               statuses = s;
+                                           })
+                               .isOk();
+        }
+        if (!answered || serviceDied()) {
+            if ((frontend = rejoin(global, options, channel)) == nullptr) break;
+            continue;
+        }
+        if (result == Result::SUCCESS) {
+            printStatusLine(global.json, sample, statuses);
+        } else {
+            reportFailure(global.json, kServiceError, "getStatus: " + toString(result));
+        }
         for (int i = 0; i < 10 && !interrupted(); ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
         }
@@ -217,8 +278,8 @@ int showSignal(const GlobalOptions& global, const TuneOptions& options, bool wat
     frontendInfo(tuner, options.id, info);
     const std::vector<FrontendStatusType> types = monitorTypes(info);
     if (watchIt) {
-        const int code = watch(global.json, frontend, types);
-        frontend->stopTune();
+        const int code = watch(global, options, c, frontend, types);
+        if (!serviceDied()) call("stopTune", [&] { return frontend->stopTune(); });
         return code;
     }
     std::vector<FrontendStatus> statuses;
@@ -241,7 +302,11 @@ int setUpDish(const GlobalOptions& global, const sp<ITuner>& tuner, uint32_t id,
               const ChannelOptions& channel) {
     const std::optional<uint32_t> lnbId = channel.lnbId ? channel.lnbId : defaultLnbOf(tuner, id);
     sp<ILnb> lnb;
-    if (lnbId) tuner->openLnbById(*lnbId, [&](Result, const sp<ILnb>& l) { lnb = l; });
+    if (lnbId) {
+        call("openLnbById", [&] {
+            return tuner->openLnbById(*lnbId, [&](Result, const sp<ILnb>& l) { lnb = l; });
+        });
+    }
     if (lnb == nullptr) {
         return reportFailure(global.json, kUsageError,
                              "frontend " + std::to_string(id) + " has no LNB" +
@@ -251,19 +316,27 @@ int setUpDish(const GlobalOptions& global, const sp<ITuner>& tuner, uint32_t id,
                                                  ? std::nullopt
                                                  : std::optional<int>(std::stoi(channel.satellite));
     auto settle = [] { std::this_thread::sleep_for(std::chrono::milliseconds(15)); };
-    frontend->setLnb(*lnbId);
-    lnb->setVoltage(plan.horizontal ? LnbVoltage::VOLTAGE_18V : LnbVoltage::VOLTAGE_13V);
+    call("setLnb", [&] { return frontend->setLnb(*lnbId); });
+    call("setVoltage", [&] {
+        return lnb->setVoltage(plan.horizontal ? LnbVoltage::VOLTAGE_18V : LnbVoltage::VOLTAGE_13V);
+    });
     settle();
-    lnb->setTone(LnbTone::NONE);
+    call("setTone", [&] { return lnb->setTone(LnbTone::NONE); });
     settle();
     if (satellite) {
-        lnb->sendDiseqcMessage(committedSwitch(*satellite, plan.horizontal, plan.highBand));
+        call("sendDiseqcMessage", [&] {
+            return lnb->sendDiseqcMessage(
+                    committedSwitch(*satellite, plan.horizontal, plan.highBand));
+        });
         settle();
-        lnb->setSatellitePosition(*satellite % 2 ? LnbPosition::POSITION_B
-                                                 : LnbPosition::POSITION_A);
+        call("setSatellitePosition", [&] {
+            return lnb->setSatellitePosition(*satellite % 2 ? LnbPosition::POSITION_B
+                                                            : LnbPosition::POSITION_A);
+        });
         settle();
     }
-    lnb->setTone(plan.highBand ? LnbTone::CONTINUOUS : LnbTone::NONE);
+    call("setTone",
+         [&] { return lnb->setTone(plan.highBand ? LnbTone::CONTINUOUS : LnbTone::NONE); });
     settle();
     if (global.json) {
         std::cout << JsonObject()
@@ -303,10 +376,12 @@ int runDemux(const GlobalOptions& global, const TuneOptions& options) {
     sp<IDemux> demux;
     uint32_t demuxId = 0;
     Result result = Result::UNKNOWN_ERROR;
-    tuner->openDemux([&](Result r, uint32_t id, const sp<IDemux>& d) {
-        result = r;
-        demuxId = id;
-        demux = d;
+    call("openDemux", [&] {
+        return tuner->openDemux([&](Result r, uint32_t id, const sp<IDemux>& d) {
+            result = r;
+            demuxId = id;
+            demux = d;
+        });
     });
     if (result != Result::SUCCESS) {
         return reportFailure(global.json, kServiceError, "openDemux: " + toString(result));
@@ -329,16 +404,16 @@ int runDemux(const GlobalOptions& global, const TuneOptions& options) {
         }
     };
     if (!global.json) std::cout << "demux " << demuxId << " opened\n";
-    demux->setFrontendDataSource(options.id);
+    call("setFrontendDataSource", [&] { return demux->setFrontendDataSource(options.id); });
     step("bound to frontend " + std::to_string(options.id));
     sp<FrontendEvents> events = new FrontendEvents();
     const int outcome = tuneAndReport(global, tuner, options.id, frontend, events, options.channel);
     if (outcome == kSuccess || outcome == kNoLock) {
         step("after tune");
-        frontend->stopTune();
+        call("stopTune", [&] { return frontend->stopTune(); });
         step("after stopTune");
     }
-    demux->close();
+    call("close", [&] { return demux->close(); });
     if (!global.json) std::cout << "demux " << demuxId << " closed\n";
     return outcome;
 }

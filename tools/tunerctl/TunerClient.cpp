@@ -9,9 +9,11 @@
 #include <atomic>
 #include <cstdlib>
 #include <regex>
+#include <thread>
 
 #include "ExitCodes.h"
 #include "Output.h"
+#include "ServiceCalls.h"
 
 extern "C" ::android::hardware::tv::tuner::V1_0::ITuner* HIDL_FETCH_ITuner(const char* name);
 
@@ -21,11 +23,33 @@ using namespace ::android::hardware::tv::tuner::V1_0;
 
 namespace {
 std::atomic<bool> gInterrupted{false};
+std::atomic<bool> gServiceDied{false};
 bool gInProcess = false;
 bool gJson = false;
+sp<ITuner> gService;
 
 void onInterrupt(int) {
     gInterrupted = true;
+}
+
+struct DeathNotice : ::android::hardware::hidl_death_recipient {
+    void serviceDied(uint64_t, const ::android::wp<::android::hidl::base::V1_0::IBase>&) override {
+        gServiceDied = true;
+    }
+};
+
+// The service process, told to let tunerctl know when it dies; null when none answers.
+sp<ITuner> connectRemote() {
+    sp<ITuner> tuner;
+    {
+        CallDeadline deadline("connecting");
+        tuner = ITuner::getService("default");
+    }
+    if (tuner == nullptr) return nullptr;
+    static sp<DeathNotice> notice = new DeathNotice();
+    gServiceDied = false;
+    if (!call("connecting", [&] { return tuner->linkToDeath(notice, 0); })) gServiceDied = true;
+    return tuner;
 }
 }  // namespace
 
@@ -39,34 +63,61 @@ bool inProcess() {
     return gInProcess;
 }
 
+bool jsonOutput() {
+    return gJson;
+}
+
 sp<ITuner> connectTuner() {
-    static sp<ITuner> service = [] {
+    if (gService != nullptr) return gService;
+    if (gInProcess) {
         // In process, as a passthrough client: through the wrapper, so that the service's
         // threads hand callbacks to this process's pool rather than running them.
-        if (gInProcess) {
-            return ::android::hardware::details::wrapPassthrough(
-                    sp<ITuner>(HIDL_FETCH_ITuner("default")));
-        }
-        // Callbacks from the service run on this process's pool.
-        ::android::hardware::configureRpcThreadpool(2, false);
-        return ITuner::getService("default");
-    }();
-    if (service == nullptr) {
+        gService = ::android::hardware::details::wrapPassthrough(
+                sp<ITuner>(HIDL_FETCH_ITuner("default")));
+        return gService;
+    }
+    // Callbacks from the service run on this process's pool.
+    ::android::hardware::configureRpcThreadpool(2, false);
+    gService = connectRemote();
+    if (gService == nullptr) {
         reportFailure(gJson, kServiceError,
                       "the tuner service is not running: start it with scripts/service.sh start, "
                       "or use --in-process");
         exit(kServiceError);
     }
-    return service;
+    return gService;
+}
+
+bool serviceDied() {
+    return gServiceDied;
+}
+
+sp<ITuner> reconnectTuner() {
+    gService = nullptr;
+    while (!interrupted()) {
+        if ((gService = connectRemote()) != nullptr) return gService;
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    }
+    return nullptr;
 }
 
 std::string serviceDump(const sp<ITuner>& tuner) {
-    return ::android::hardware::debugDump(tuner);
+    std::string text;
+    CallDeadline deadline("dump");
+    if (!::android::hardware::debugDump(tuner, {}, text)) serviceLost("dump");
+    return text;
 }
 
-bool scanRunning(const sp<ITuner>& tuner, uint32_t frontendId) {
+bool takenByAnotherClient(const std::string& dump, uint32_t frontendId) {
+    const std::regex line("frontend " + std::to_string(frontendId) +
+                          ": [^\n]*callback set by pid ([0-9]+)");
+    std::smatch match;
+    return std::regex_search(dump, match, line) && std::stol(match[1]) != long(getpid());
+}
+
+bool scanRunning(const std::string& dump, uint32_t frontendId) {
     const std::regex line("frontend " + std::to_string(frontendId) + ": [^\n]*scan running yes");
-    return std::regex_search(serviceDump(tuner), line);
+    return std::regex_search(dump, line);
 }
 
 std::optional<uint32_t> boundDemux(const sp<ITuner>& tuner, uint32_t frontendId) {
@@ -79,7 +130,9 @@ std::optional<uint32_t> boundDemux(const sp<ITuner>& tuner, uint32_t frontendId)
 
 std::vector<uint32_t> frontendIds(const sp<ITuner>& tuner) {
     std::vector<uint32_t> ids;
-    tuner->getFrontendIds([&](Result, const hidl_vec<uint32_t>& list) { ids = list; });
+    call("getFrontendIds", [&] {
+        return tuner->getFrontendIds([&](Result, const hidl_vec<uint32_t>& list) { ids = list; });
+    });
     return ids;
 }
 
@@ -87,9 +140,11 @@ sp<IFrontend> openFrontend(const sp<ITuner>& tuner, uint32_t id, std::string& er
     frontendIds(tuner);  // discovery
     sp<IFrontend> frontend;
     Result result = Result::UNKNOWN_ERROR;
-    tuner->openFrontendById(id, [&](Result r, const sp<IFrontend>& f) {
-        result = r;
-        frontend = f;
+    call("openFrontendById", [&] {
+        return tuner->openFrontendById(id, [&](Result r, const sp<IFrontend>& f) {
+            result = r;
+            frontend = f;
+        });
     });
     if (result != Result::SUCCESS) {
         error = "frontend " + std::to_string(id) + ": " + toString(result);
@@ -100,16 +155,20 @@ sp<IFrontend> openFrontend(const sp<ITuner>& tuner, uint32_t id, std::string& er
 
 bool frontendInfo(const sp<ITuner>& tuner, uint32_t id, FrontendInfo& info) {
     Result result = Result::UNKNOWN_ERROR;
-    tuner->getFrontendInfo(id, [&](Result r, const FrontendInfo& i) {
-        result = r;
-        info = i;
+    call("getFrontendInfo", [&] {
+        return tuner->getFrontendInfo(id, [&](Result r, const FrontendInfo& i) {
+            result = r;
+            info = i;
+        });
     });
     return result == Result::SUCCESS;
 }
 
 std::optional<uint32_t> defaultLnbOf(const sp<ITuner>& tuner, uint32_t frontendId) {
     std::vector<uint32_t> lnbs;
-    tuner->getLnbIds([&](Result, const hidl_vec<uint32_t>& ids) { lnbs = ids; });
+    call("getLnbIds", [&] {
+        return tuner->getLnbIds([&](Result, const hidl_vec<uint32_t>& ids) { lnbs = ids; });
+    });
     if (lnbs.empty()) return std::nullopt;
     uint32_t satelliteFrontends = 0;
     for (uint32_t id : frontendIds(tuner)) {

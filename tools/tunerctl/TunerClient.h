@@ -18,12 +18,19 @@ using ::android::hardware::hidl_vec;
 // Chooses the service before the first connectTuner(); errors go out as JSON when json is set.
 void configureClient(bool inProcess, bool json);
 bool inProcess();
+bool jsonOutput();
 // The "default" service. Without one the process ends with the service-error exit code.
 sp<hal::ITuner> connectTuner();
+// Whether the service tunerctl is connected to has died since (its death notification came).
+bool serviceDied();
+// Waits for a new instance of the service to register and connects to it; null if interrupted.
+sp<hal::ITuner> reconnectTuner();
 // The service's dump (IBase::debug), e.g. for `tunerctl dump`.
 std::string serviceDump(const sp<hal::ITuner>& tuner);
 // Whether the service's dump shows a scan running on the frontend.
-bool scanRunning(const sp<hal::ITuner>& tuner, uint32_t frontendId);
+bool scanRunning(const std::string& dump, uint32_t frontendId);
+// Whether the dump shows the frontend's callback in another process: another client took it.
+bool takenByAnotherClient(const std::string& dump, uint32_t frontendId);
 // The demux the dump shows the frontend bound to, if any.
 std::optional<uint32_t> boundDemux(const sp<hal::ITuner>& tuner, uint32_t frontendId);
 

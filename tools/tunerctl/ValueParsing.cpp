@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <utility>
 
 namespace tunerctl {
@@ -135,6 +136,28 @@ std::optional<std::vector<uint8_t>> parseDiseqc(const std::string& text) {
         bytes.push_back(static_cast<uint8_t>(std::stoul(hex.substr(i, 2), nullptr, 16)));
     }
     return bytes;
+}
+
+}  // namespace tunerctl
+
+namespace tunerctl {
+
+std::optional<std::chrono::milliseconds> parseDuration(const std::string& text) {
+    static const std::pair<const char*, double> kUnits[] = {{"ms", 1}, {"s", 1000}, {"m", 60000}};
+    for (const auto& [unit, scale] : kUnits) {
+        const size_t length = strlen(unit);
+        if (text.size() <= length || text.compare(text.size() - length, length, unit) != 0) {
+            continue;
+        }
+        const std::string number = text.substr(0, text.size() - length);
+        char* end = nullptr;
+        const double value = strtod(number.c_str(), &end);
+        if (end != number.c_str() + number.size() || !(value >= 0) || value * scale > 86400e3) {
+            return std::nullopt;
+        }
+        return std::chrono::milliseconds(static_cast<int64_t>(value * scale));
+    }
+    return std::nullopt;
 }
 
 }  // namespace tunerctl

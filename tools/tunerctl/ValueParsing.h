@@ -3,6 +3,7 @@
 
 #include <android/hardware/tv/tuner/1.0/types.h>
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -28,6 +29,8 @@ std::optional<hal::FrontendDvbcAnnex> parseAnnex(const std::string& text);      
 std::optional<hal::LnbVoltage> parseVoltage(const std::string& text);    // "13V", "18V", "NONE"
 std::optional<hal::LnbTone> parseTone(const std::string& text);          // on, off
 std::optional<hal::LnbPosition> parsePosition(const std::string& text);  // A, B, NONE
+// "10s", "500ms", "2m", "1.5s" -> milliseconds; nullopt without a unit or when malformed.
+std::optional<std::chrono::milliseconds> parseDuration(const std::string& text);
 // "E0 10 38 F0" or "e01038f0" -> bytes; nullopt when empty or a byte is malformed.
 std::optional<std::vector<uint8_t>> parseDiseqc(const std::string& text);
 

@@ -8,7 +8,9 @@
 #include "ExitCodes.h"
 #include "Output.h"
 #include "Satellite.h"
+#include "ServiceCalls.h"
 #include "TunerClient.h"
+#include "ValueParsing.h"
 
 namespace {
 
@@ -89,6 +91,10 @@ int main(int argc, char** argv) {
     app.add_flag("-v,--verbose", verbosity,
                  "-v shows the service's informational log, -vv its debug log too");
     app.add_flag("-q,--quiet", quiet, "show no service log, not even warnings");
+    std::string timeout = "10s";
+    app.add_option("--timeout", timeout,
+                   "how long to wait for any one answer of the service before giving up with "
+                   "exit code 3, e.g. 10s (the default), 500ms, 2m");
     bool inProcess = false;
     app.add_flag("--in-process", inProcess,
                  "run a private service in this process instead of using the running one "
@@ -152,6 +158,13 @@ int main(int argc, char** argv) {
                                        : verbosity == 1 ? ANDROID_LOG_INFO
                                                         : ANDROID_LOG_WARN);
 
+    const std::optional<std::chrono::milliseconds> callTimeout = tunerctl::parseDuration(timeout);
+    if (!callTimeout || callTimeout->count() <= 0) {
+        return tunerctl::reportFailure(
+                global.json, tunerctl::kUsageError,
+                "invalid --timeout '" + timeout + "': a duration with its unit, e.g. 10s or 500ms");
+    }
+    tunerctl::setCallTimeout(*callTimeout);
     tunerctl::configureClient(inProcess, global.json);
     if (app.got_subcommand("dump")) return tunerctl::runDump(global);
     if (app.got_subcommand("frontends")) return tunerctl::runFrontends(global);

@@ -29,3 +29,10 @@ struct CallError {
   errorCode @1 :Int32;
   message @2 :Text;
 }
+
+# IBase::getDebugInfo: the process the object lives in.
+struct DebugInfoResults {
+  pid @0 :Int32;
+  ptr @1 :UInt64;
+  arch @2 :Int32;
+}

@@ -188,6 +188,9 @@ Endpoint::Step Endpoint::hello(const FrameHeader& header) {
     fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
     timeval timeout{limits::kStallTimeoutMs / 1000, (limits::kStallTimeoutMs % 1000) * 1000};
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof(timeout));
+    // The service's own calls to a client's objects answer at once (getDebugInfo for a dump): a
+    // client that does not answer in time loses its session rather than holding a service thread.
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof(timeout));
     if (!session->installCallsIn(fd)) closeTrackedFd(fd);
     return Step::kHandedOver;
 }

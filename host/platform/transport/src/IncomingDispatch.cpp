@@ -35,6 +35,13 @@ Status serveBase(const sp<::android::hidl::base::V1_0::IBase>& object, IncomingC
                     kj::arrayPtr(reinterpret_cast<const kj::byte*>(text.data()), text.size()));
             return Status::ok();
         }
+        case kGetDebugInfo:
+            return toStatus(object->getDebugInfo([&](const auto& info) {
+                auto results = call.results<::wire::base::DebugInfoResults>();
+                results.setPid(info.pid);
+                results.setPtr(info.ptr);
+                results.setArch(int32_t(info.arch));
+            }));
         default:
             return Status::fromExceptionCode(Status::EX_UNSUPPORTED_OPERATION, "unknown method");
     }

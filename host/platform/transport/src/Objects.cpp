@@ -128,6 +128,16 @@ Status remoteDebug(RemoteObject& object, const hidl_handle& fd,
     return writeDebugText(fd, text);
 }
 
+Status remoteDebugInfo(RemoteObject& object, ::android::hidl::base::V1_0::DebugInfo& info) {
+    return object.callBaseMethod(kGetDebugInfo, [&](IncomingReply& reply) {
+        auto results = reply.results<::wire::base::DebugInfoResults>();
+        info.pid = results.getPid();
+        info.ptr = results.getPtr();
+        info.arch =
+                static_cast<::android::hidl::base::V1_0::DebugInfo::Architecture>(results.getArch());
+    });
+}
+
 void SerialQueue::post(std::function<void()> task) {
     bool schedule = false;
     {

@@ -11,6 +11,9 @@ namespace hardware {
 
 std::string debugDump(const sp<::android::hidl::base::V1_0::IBase>& object,
                       const hidl_vec<hidl_string>& options = {});
+// The same, with whether the object answered at all (false for a dead remote object).
+bool debugDump(const sp<::android::hidl::base::V1_0::IBase>& object,
+               const hidl_vec<hidl_string>& options, std::string& text);
 
 }  // namespace hardware
 }  // namespace android

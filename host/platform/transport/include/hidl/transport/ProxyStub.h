@@ -43,6 +43,7 @@ enum BaseMethod : uint16_t {
     kInterfaceChain = 0xF001,
     kInterfaceDescriptor = 0xF002,
     kDebug = 0xF003,
+    kGetDebugInfo = 0xF004,
 };
 
 // The first segment of a message lives on the caller's stack: most messages need no allocation.
@@ -183,6 +184,14 @@ class ProxyBase : public I, public RemoteObject {
     Return<void> interfaceChain(typename I::interfaceChain_cb _hidl_cb) override;
     Return<void> interfaceDescriptor(typename I::interfaceDescriptor_cb _hidl_cb) override;
     Return<void> debug(const hidl_handle& fd, const hidl_vec<hidl_string>& options) override;
+    // The process the object lives in, as binder's proxies tell it.
+    Return<void> getDebugInfo(typename I::getDebugInfo_cb _hidl_cb) override {
+        ::android::hidl::base::V1_0::DebugInfo info{};
+        Status status = remoteDebugInfo(*this, info);
+        if (!status.isOk()) return status;
+        _hidl_cb(info);
+        return Void();
+    }
     Return<bool> linkToDeath(const sp<hidl_death_recipient>& recipient, uint64_t cookie) override {
         if (recipient == nullptr) return false;
         return linkSessionToDeath(recipient, cookie, wp<::android::hidl::base::V1_0::IBase>(this));
@@ -197,6 +206,7 @@ Status remoteInterfaceChain(RemoteObject& object, hidl_vec<hidl_string>& chain);
 Status remoteInterfaceDescriptor(RemoteObject& object, hidl_string& descriptor);
 Status remoteDebug(RemoteObject& object, const hidl_handle& fd,
                    const hidl_vec<hidl_string>& options);
+Status remoteDebugInfo(RemoteObject& object, ::android::hidl::base::V1_0::DebugInfo& info);
 
 template <typename I>
 Return<void> ProxyBase<I>::interfaceChain(typename I::interfaceChain_cb _hidl_cb) {
