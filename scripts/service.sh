@@ -5,39 +5,74 @@
 #   scripts/service.sh status   whether it runs, its pid, its socket and log
 # The service registers in $MOX_HIDL_SERVICE_DIR (default /tmp/mox-hidl-<uid>); its log goes to
 # <that directory>/service.log. MOX_SIMULATOR_ENVIRONMENT names the installation it simulates.
+# The directory is trusted only when it is a real directory of this user that no one else may
+# write to (the service itself refuses any other); a pid is signalled only when it is this user's
+# service binary, and nothing is written through a symbolic link.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-binary=build/default/android.hardware.tv.tuner@1.0-service
+binary="${MOX_SERVICE_BINARY:-$PWD/build/default/android.hardware.tv.tuner@1.0-service}"
 dir="${MOX_HIDL_SERVICE_DIR:-/tmp/mox-hidl-$(id -u)}"
 socket="$dir/android.hardware.tv.tuner@1.0::ITuner@default"
 pidfile="$dir/service.pid"
 log="$dir/service.log"
 
-running() {
-  [ -f "$pidfile" ] && kill -0 "$(cat "$pidfile")" 2>/dev/null
+refuse() {
+  echo "scripts/service.sh: $*" >&2
+  exit 4
 }
 
+# The directory: made 0700 when missing, else a real directory of ours, closed to others.
+check_directory() {
+  [ -e "$dir" ] || [ -L "$dir" ] || mkdir -m 0700 "$dir"
+  [ -d "$dir" ] && [ ! -L "$dir" ] || refuse "$dir is not a directory (a symbolic link or a file)"
+  [ "$(stat -c %u "$dir")" = "$(id -u)" ] || refuse "$dir belongs to uid $(stat -c %u "$dir"), not to $(id -u)"
+  case "$(stat -c %A "$dir")" in
+    ?????w????|????????w?) refuse "$dir may be written by group or others" ;;
+  esac
+}
+
+# A file of the directory that is written: absent, or a regular file of ours (no symlink).
+check_own_file() {
+  if [ -L "$1" ] || { [ -e "$1" ] && { [ ! -f "$1" ] || [ "$(stat -c %u "$1")" != "$(id -u)" ]; }; }; then
+    refuse "$1 is not a regular file of this user: not writing through it"
+  fi
+}
+
+# The service's pid, when the pid file names a live process of this user running the binary.
+service_pid() {
+  [ -f "$pidfile" ] && [ ! -L "$pidfile" ] || return 1
+  local pid
+  pid=$(head -c 32 "$pidfile")
+  case "$pid" in ''|*[!0-9]*) return 1 ;; esac
+  [ "$(stat -c %u "/proc/$pid" 2>/dev/null)" = "$(id -u)" ] || return 1
+  [ "$(readlink "/proc/$pid/exe" 2>/dev/null)" = "$binary" ] || return 1
+  echo "$pid"
+}
+
+check_directory
 case "${1:-status}" in
   start)
-    if running; then
-      echo "tuner service already running (pid $(cat "$pidfile"))"
+    if pid=$(service_pid); then
+      echo "tuner service already running (pid $pid)"
       exit 0
     fi
     [ -x "$binary" ] || { cmake --preset default >/dev/null; cmake --build --preset default >/dev/null; }
-    mkdir -p "$dir"
+    check_own_file "$log"
+    check_own_file "$pidfile"
+    rm -f "$pidfile"
     nohup "$binary" >"$log" 2>&1 &
-    echo $! >"$pidfile"
+    pid=$!
+    (set -o noclobber; echo "$pid" >"$pidfile")
     for _ in $(seq 50); do
-      [ -S "$socket" ] && { echo "tuner service started (pid $(cat "$pidfile"))"; exit 0; }
-      kill -0 "$(cat "$pidfile")" 2>/dev/null || break
+      [ -S "$socket" ] && { echo "tuner service started (pid $pid)"; exit 0; }
+      kill -0 "$pid" 2>/dev/null || break
       sleep 0.1
     done
     echo "tuner service did not start; see $log" >&2
     exit 1
     ;;
   stop)
-    if running; then
-      pid=$(cat "$pidfile")
+    if pid=$(service_pid); then
       kill -TERM "$pid"
       for _ in $(seq 50); do kill -0 "$pid" 2>/dev/null || break; sleep 0.1; done
       rm -f "$pidfile"
@@ -47,8 +82,8 @@ case "${1:-status}" in
     fi
     ;;
   status)
-    if running; then
-      echo "tuner service running: pid $(cat "$pidfile"), socket $socket, log $log"
+    if pid=$(service_pid); then
+      echo "tuner service running: pid $pid, socket $socket, log $log"
     else
       echo "tuner service not running"
       exit 3

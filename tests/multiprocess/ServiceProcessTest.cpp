@@ -329,8 +329,7 @@ TEST_F(ServiceProcessTest, SigtermUnregistersTheServiceAndEndsItAtOnce) {
     const auto took = std::chrono::steady_clock::now() - start;
     mService = -1;
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-    EXPECT_LT(took, kExitBound) << std::chrono::duration<double, std::milli>(took).count()
-                                << " ms";
+    EXPECT_LT(took, kExitBound) << std::chrono::duration<double, std::milli>(took).count() << " ms";
     EXPECT_NE(access(socket.c_str(), F_OK), 0) << "the socket is gone";
     EXPECT_FALSE(tuner->ping().isOk());
 }

@@ -32,7 +32,7 @@ int waitForChild(pid_t pid, std::chrono::milliseconds bound) {
     return status;
 }
 
-pid_t spawnService(const std::string& log, int descriptorLimit) {
+pid_t spawnService(const std::string& log, int descriptorLimit, const char* binary) {
     const pid_t pid = fork();
     if (pid != 0) return pid;
     const int fd = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
@@ -41,8 +41,31 @@ pid_t spawnService(const std::string& log, int descriptorLimit) {
         rlimit limit{rlim_t(descriptorLimit), rlim_t(descriptorLimit)};
         setrlimit(RLIMIT_NOFILE, &limit);
     }
-    execl(SERVICE_BINARY, SERVICE_BINARY, static_cast<char*>(nullptr));
+    execl(binary, binary, static_cast<char*>(nullptr));
     _exit(127);
+}
+
+ProgramRun startProgram(const std::vector<std::string>& argv, const std::string& outputPrefix) {
+    ProgramRun run;
+    run.out = outputPrefix + ".out";
+    run.err = outputPrefix + ".err";
+    std::vector<char*> args;
+    for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+    args.push_back(nullptr);
+    run.pid = fork();
+    if (run.pid == 0) {
+        const int out = open(run.out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+        const int err = open(run.err.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+        dup2(out, STDOUT_FILENO);
+        dup2(err, STDERR_FILENO);
+        execv(args[0], args.data());
+        _exit(127);
+    }
+    return run;
+}
+
+int finishProgram(const ProgramRun& run, std::chrono::milliseconds bound) {
+    return waitForChild(run.pid, bound);
 }
 
 pid_t forkClient(const std::function<int()>& body) {

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace testing_support {
 
@@ -16,7 +17,18 @@ bool eventually(const std::function<bool()>& condition, std::chrono::millisecond
 // Waits for a child process, killing it if it outlives the bound; its wait status, or -1.
 int waitForChild(pid_t pid, std::chrono::milliseconds bound = kBound);
 // Starts the service binary with its stderr in `log`; with a descriptor limit if one is given.
-pid_t spawnService(const std::string& log, int descriptorLimit = 0);
+pid_t spawnService(const std::string& log, int descriptorLimit = 0,
+                   const char* binary = SERVICE_BINARY);
+
+// A program run to its end or killed on the way, its output kept in files.
+struct ProgramRun {
+    pid_t pid = -1;
+    std::string out;  // paths of its stdout and stderr
+    std::string err;
+};
+ProgramRun startProgram(const std::vector<std::string>& argv, const std::string& outputPrefix);
+// Its exit status once it ends (-1 if it outlived the bound and was killed).
+int finishProgram(const ProgramRun& run, std::chrono::milliseconds bound = kBound);
 // Runs body in a child process (a client of its own); the child's exit code is body's.
 pid_t forkClient(const std::function<int()>& body);
 std::string readFile(const std::string& path);

@@ -195,9 +195,9 @@ sp<IFrontend> rejoin(const GlobalOptions& global, const TuneOptions& options,
 }
 
 // Until Ctrl-C, which is how a watch ends. A watch outlives the service: it waits for a new
-// instance and goes on with it.
+// instance and goes on with it (frontend is then the new instance's).
 int watch(const GlobalOptions& global, const TuneOptions& options, const ChannelOptions& channel,
-          sp<IFrontend> frontend, const std::vector<FrontendStatusType>& types) {
+          sp<IFrontend>& frontend, const std::vector<FrontendStatusType>& types) {
     installInterruptHandler();
     for (uint64_t sample = 1; !interrupted(); ++sample) {
         std::vector<FrontendStatus> statuses;

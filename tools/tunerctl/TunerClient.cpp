@@ -109,10 +109,11 @@ std::string serviceDump(const sp<ITuner>& tuner) {
 }
 
 bool takenByAnotherClient(const std::string& dump, uint32_t frontendId) {
-    const std::regex line("frontend " + std::to_string(frontendId) +
-                          ": [^\n]*callback set by pid ([0-9]+)");
+    // Ours names this process; another's another pid, or is gone with its client, or was closed.
+    const std::regex line("frontend " + std::to_string(frontendId) + ": [^\n]*callback ([^\n]*)");
     std::smatch match;
-    return std::regex_search(dump, match, line) && std::stol(match[1]) != long(getpid());
+    return std::regex_search(dump, match, line) &&
+           match[1] != "set by pid " + std::to_string(getpid());
 }
 
 bool scanRunning(const std::string& dump, uint32_t frontendId) {

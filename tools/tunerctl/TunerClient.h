@@ -29,7 +29,7 @@ sp<hal::ITuner> reconnectTuner();
 std::string serviceDump(const sp<hal::ITuner>& tuner);
 // Whether the service's dump shows a scan running on the frontend.
 bool scanRunning(const std::string& dump, uint32_t frontendId);
-// Whether the dump shows the frontend's callback in another process: another client took it.
+// Whether the dump shows the frontend's callback is not this process's: another client took it.
 bool takenByAnotherClient(const std::string& dump, uint32_t frontendId);
 // The demux the dump shows the frontend bound to, if any.
 std::optional<uint32_t> boundDemux(const sp<hal::ITuner>& tuner, uint32_t frontendId);
