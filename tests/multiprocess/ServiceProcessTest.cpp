@@ -29,16 +29,7 @@ using namespace std::chrono_literals;
 using namespace testing_support;
 
 // How long the service may take to end on SIGTERM (a sanitizer's exit report takes longer).
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer) || __has_feature(address_sanitizer)
-#define UNDER_SANITIZER 1
-#endif
-#endif
-#ifdef UNDER_SANITIZER
-constexpr auto kExitBound = 1000ms;
-#else
-constexpr auto kExitBound = 100ms;
-#endif
+constexpr auto kExitBound = kUnderSanitizer ? 1000ms : 100ms;
 
 std::string dumpOf(const sp<ITuner>& tuner) {
     return ::android::hardware::debugDump(tuner);

@@ -31,16 +31,7 @@ constexpr uint16_t kGetFrontendInfo = 5;  // its place in ITuner.hal
 
 // What the service's resident memory may have grown by once a hostile peer is gone: the heap keeps
 // some of what it freed, and a sanitizer's shadow of it more.
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer) || __has_feature(address_sanitizer)
-#define UNDER_SANITIZER 1
-#endif
-#endif
-#ifdef UNDER_SANITIZER
-constexpr size_t kResidentSlackKiB = 16 * 1024;
-#else
-constexpr size_t kResidentSlackKiB = 4 * 1024;
-#endif
+constexpr size_t kResidentSlackKiB = kUnderSanitizer ? 16 * 1024 : 4 * 1024;
 
 // A peer that writes the transport's frames by hand.
 class RawPeer {

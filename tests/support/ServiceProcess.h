@@ -13,6 +13,17 @@ namespace testing_support {
 using namespace std::chrono_literals;
 constexpr std::chrono::milliseconds kBound = 10s;  // every wait of these tests ends by then
 
+// Built with a sanitizer: its processes take longer to end and keep more memory.
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer) || __has_feature(address_sanitizer)
+constexpr bool kUnderSanitizer = true;
+#else
+constexpr bool kUnderSanitizer = false;
+#endif
+#else
+constexpr bool kUnderSanitizer = false;
+#endif
+
 bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds bound = kBound);
 // Waits for a child process, killing it if it outlives the bound; its wait status, or -1.
 int waitForChild(pid_t pid, std::chrono::milliseconds bound = kBound);

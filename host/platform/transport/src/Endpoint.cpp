@@ -160,11 +160,8 @@ Endpoint::Step Endpoint::hello(const FrameHeader& header) {
     }
     if (session == nullptr) return Step::kViolation;
 
-    FrameHeader welcome{};
-    welcome.kind = FrameKind::kWelcome;
-    welcome.object = session->token();
     OutgoingFrame frame;
-    frame.build(welcome, nullptr);
+    frame.build(headerOnly(FrameKind::kWelcome, 0, session->token()), nullptr);
     if (header.method == kRoleCalls) {
         if (!session->addEndpoint(mFd)) return Step::kViolation;
         mSession = std::move(session);

@@ -71,6 +71,21 @@ bool sendFrame(int fd, OutgoingFrame& frame) {
     return true;
 }
 
+FrameHeader headerOnly(FrameKind kind, uint16_t method, uint64_t object, uint32_t callId) {
+    FrameHeader header{};
+    header.kind = kind;
+    header.method = method;
+    header.object = object;
+    header.callId = callId;
+    return header;
+}
+
+bool sendFrame(int fd, const FrameHeader& header) {
+    OutgoingFrame frame;
+    frame.build(header, nullptr);
+    return sendFrame(fd, frame);
+}
+
 ssize_t sendSome(int fd, OutgoingFrame& frame) {
     msghdr msg{};
     msg.msg_iov = frame.iov();

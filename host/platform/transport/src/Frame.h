@@ -65,9 +65,13 @@ class OutgoingFrame {
     size_t mBytes = 0;
 };
 
+// A frame of a header alone (hello, welcome, release).
+FrameHeader headerOnly(FrameKind kind, uint16_t method, uint64_t object, uint32_t callId = 0);
+
 // Writes a whole frame on a blocking socket; false if the peer is gone or stopped reading for
 // longer than the socket's send timeout.
 bool sendFrame(int fd, OutgoingFrame& frame);
+bool sendFrame(int fd, const FrameHeader& header);
 // Writes what a non-blocking socket takes now; the number of bytes written, or -1 if it failed.
 ssize_t sendSome(int fd, OutgoingFrame& frame);
 

@@ -84,13 +84,7 @@ int connectSocket(const std::string& path, int& fd) {
 
 // Says which session a new socket belongs to (token 0: a new one) and reads the token back.
 bool handshake(int fd, SocketRole role, uint64_t token, uint64_t& sessionToken) {
-    FrameHeader hello{};
-    hello.kind = FrameKind::kHello;
-    hello.method = role;
-    hello.object = token;
-    OutgoingFrame frame;
-    frame.build(hello, nullptr);
-    if (!sendFrame(fd, frame)) return false;
+    if (!sendFrame(fd, headerOnly(FrameKind::kHello, role, token))) return false;
     FrameHeader welcome{};
     size_t have = 0;
     while (have < sizeof(welcome)) {

@@ -211,13 +211,7 @@ void Session::sendRelease(uint64_t id, uint32_t count) {
     if (mOneway == nullptr) return;
     std::unique_ptr<Channel> channel = mOneway->acquire();
     if (channel == nullptr) return;
-    FrameHeader header{};
-    header.kind = FrameKind::kRelease;
-    header.object = id;
-    header.callId = count;
-    OutgoingFrame frame;
-    frame.build(header, nullptr);
-    const bool sent = sendFrame(channel->fd, frame);
+    const bool sent = sendFrame(channel->fd, headerOnly(FrameKind::kRelease, 0, id, count));
     mOneway->release(std::move(channel), !sent);
     if (!sent) kill("the peer stopped taking calls");
 }
