@@ -142,7 +142,8 @@ int tuneAndReport(const GlobalOptions& global, const sp<ITuner>& tuner, uint32_t
     const std::vector<std::pair<std::string, FrontendSettings>> attempts =
             automaticAttempts(settings, info);
     for (const auto& [standard, attempt] : attempts) {
-        const Result result = call("tune", [&] { return frontend->tune(attempt); });
+        const FrontendSettings& tried = attempt;  // a lambda cannot capture a structured binding
+        const Result result = call("tune", [&] { return frontend->tune(tried); });
         if (result != Result::SUCCESS) {
             return reportFailure(global.json, kServiceError, "tune: " + toString(result));
         }
