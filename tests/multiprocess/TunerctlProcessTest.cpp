@@ -141,8 +141,11 @@ TEST_F(TunerctlProcessTest, AClientWhoseFrontendAnotherClientTookIsToldSo) {
     ASSERT_TRUE(eventually([&] {
         ProgramRun dump;
         run({"dump"}, &dump);
-        return readFile(dump.out).find("frontend 2: type DVBC, locked no, scan running yes") !=
-               std::string::npos;
+        const std::string text = readFile(dump.out);
+        const size_t line = text.find("frontend 2: ");
+        return line != std::string::npos &&
+               text.substr(line, text.find('\n', line) - line).find("scan running yes") !=
+                       std::string::npos;
     }));
     // Another client sets its own callback on the frontend (its tune stops the sweep first).
     EXPECT_EQ(run({"tune", "2", "--dvbc", "306MHz", "--symbol-rate", "6.9M"}), 0);
