@@ -1,0 +1,161 @@
+// The registry trusts only what it checked: the service refuses a directory it cannot own alone,
+// its socket is closed to others whatever the umask, and a client trusts neither a socket served
+// by another user nor anything at the socket's path that is no stale socket of the owner.
+#include <android/hardware/tv/tuner/1.0/ITuner.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <hidl/transport/Transport.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <functional>
+#include <string>
+
+#include "ServiceProcess.h"
+
+namespace {
+
+using namespace testing_support;
+using ::android::hardware::details::serviceSocketPath;
+using ::android::hardware::tv::tuner::V1_0::ITuner;
+
+constexpr uid_t kStranger = 12345;
+
+class RegistryTrustTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        mBase = getenv("MOX_HIDL_SERVICE_DIR");
+        mOriginal = mBase;
+    }
+    void TearDown() override { setenv("MOX_HIDL_SERVICE_DIR", mOriginal.c_str(), 1); }
+    // Runs the service in dir; its wait status once it ended (or was ended after `bound`).
+    int serviceIn(const std::string& dir, std::chrono::milliseconds bound, std::string& log) {
+        setenv("MOX_HIDL_SERVICE_DIR", dir.c_str(), 1);
+        log = mBase + "/trust.log";
+        const pid_t pid = spawnService(log);
+        int status = 0;
+        if (!eventually([&] { return waitpid(pid, &status, WNOHANG) == pid; }, bound)) {
+            kill(pid, SIGTERM);
+            waitpid(pid, &status, 0);
+        }
+        return status;
+    }
+    std::string mBase;
+    std::string mOriginal;
+};
+
+TEST_F(RegistryTrustTest, TheServiceRefusesADirectoryItDoesNotOwnAlone) {
+    struct Case {
+        const char* name;
+        std::function<std::string(const std::string&)> make;  // the directory, made in base
+        const char* words;
+    };
+    const Case cases[] = {
+            {"open to its group",
+             [](const std::string& base) {
+                 const std::string dir = base + "/group";
+                 mkdir(dir.c_str(), 0700);
+                 chmod(dir.c_str(), 0770);
+                 return dir;
+             },
+             "may be written by group or others"},
+            {"a symbolic link",
+             [](const std::string& base) {
+                 const std::string real = base + "/real";
+                 mkdir(real.c_str(), 0700);
+                 symlink(real.c_str(), (base + "/link").c_str());
+                 return base + "/link";
+             },
+             "is not a directory"},
+            {"another user's",
+             [](const std::string& base) {
+                 const std::string dir = base + "/foreign";
+                 mkdir(dir.c_str(), 0700);
+                 if (chown(dir.c_str(), kStranger, kStranger) != 0) return std::string();
+                 return dir;
+             },
+             "belongs to uid 12345"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::string dir = c.make(mBase);
+        if (dir.empty()) {
+            ADD_FAILURE() << "could not give a directory to another user (the suite runs as root)";
+            continue;
+        }
+        std::string log;
+        const int status = serviceIn(dir, 5s, log);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) << status;
+        EXPECT_NE(readFile(log).find("refusing to register in " + dir + ": it " + c.words),
+                  std::string::npos)
+                << readFile(log);
+        EXPECT_NE(access(serviceSocketPath(ITuner::descriptor, "default").c_str(), F_OK), 0);
+    }
+}
+
+TEST_F(RegistryTrustTest, TheSocketIsTheOwnersAloneUnderAnyUmask) {
+    const mode_t previous = umask(0);
+    setenv("MOX_HIDL_SERVICE_DIR", mBase.c_str(), 1);
+    const pid_t pid = spawnService(mBase + "/umask.log");
+    umask(previous);
+    const std::string socket = serviceSocketPath(ITuner::descriptor, "default");
+    ASSERT_TRUE(eventually([&] { return access(socket.c_str(), F_OK) == 0; }));
+    struct stat st {};
+    ASSERT_EQ(lstat(socket.c_str(), &st), 0);
+    EXPECT_TRUE(S_ISSOCK(st.st_mode));
+    EXPECT_EQ(st.st_mode & 0777, 0600u);
+    kill(pid, SIGTERM);
+    waitForChild(pid);
+}
+
+TEST_F(RegistryTrustTest, AClientLeavesAloneWhatIsNoStaleSocketOfTheOwner) {
+    const std::string path = serviceSocketPath(ITuner::descriptor, "default");
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(write(fd, "keep", 4), 4);
+    close(fd);
+    pid_t client = forkClient([] { return ITuner::getService() == nullptr ? 0 : 1; });
+    EXPECT_EQ(waitForChild(client), 0);
+    EXPECT_EQ(readFile(path), "keep");
+}
+
+TEST_F(RegistryTrustTest, AClientRefusesASocketServedByAnotherUser) {
+    if (geteuid() != 0) GTEST_SKIP() << "needs root to serve a socket as another user";
+    const std::string path = serviceSocketPath(ITuner::descriptor, "default");
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    // An impostor: the socket bound in the owner's directory, then served by another user (the
+    // peer credentials a client sees are those of the listening process at listen time).
+    const pid_t impostor = fork();
+    if (impostor == 0) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+        const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
+        if (bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) _exit(1);
+        if (setgid(kStranger) != 0 || setuid(kStranger) != 0 || listen(listener, 8) != 0) _exit(2);
+        const char byte = 1;
+        if (write(ready[1], &byte, 1) != 1) _exit(3);
+        for (;;) {
+            const int peer = accept(listener, nullptr, nullptr);
+            char hello[24];
+            if (peer >= 0 && read(peer, hello, sizeof(hello)) > 0) {
+                const char welcome[24] = {0, 0, 0, 0, 7};  // a welcome, to be believed
+                if (write(peer, welcome, sizeof(welcome)) < 0) _exit(4);
+            }
+        }
+    }
+    char byte = 0;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    pid_t client = forkClient([] { return ITuner::getService() == nullptr ? 0 : 1; });
+    EXPECT_EQ(waitForChild(client), 0) << "the impostor's answer is not trusted";
+    kill(impostor, SIGKILL);
+    waitForChild(impostor);
+}
+
+}  // namespace
