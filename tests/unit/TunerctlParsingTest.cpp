@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "ChannelSettings.h"
 #include "Output.h"
 #include "Satellite.h"
@@ -187,6 +189,16 @@ TEST(TunerctlParsingTest, SatelliteDownlinksThroughLnbTypesFromLibdvbv5) {
     EXPECT_EQ(committedSwitch(0, false, false), (std::vector<uint8_t>{0xE0, 0x10, 0x38, 0xF0}));
     EXPECT_EQ(committedSwitch(1, true, true), (std::vector<uint8_t>{0xE0, 0x10, 0x38, 0xF7}));
     EXPECT_EQ(committedSwitch(3, false, false), (std::vector<uint8_t>{0xE0, 0x10, 0x38, 0xFC}));
+
+    // A downlink as a dvbv5 satellite file gives it, without the LNB that brings it down.
+    ChannelOptions fromFile;
+    fromFile.dvbs = "11362000kHz";
+    fromFile.polarisation = "V";
+    FrontendSettings settings;
+    std::string error;
+    EXPECT_FALSE(buildSettings(fromFile, settings, error, nullptr));
+    EXPECT_NE(error.find("a downlink frequency (11362.000 MHz) needs --lnb TYPE"), std::string::npos)
+            << error;
 }
 
 TEST(TunerctlParsingTest, JsonIsEscapedAndFlagsAreNamed) {
@@ -194,6 +206,13 @@ TEST(TunerctlParsingTest, JsonIsEscapedAndFlagsAreNamed) {
     EXPECT_EQ(JsonObject().add("id", uint32_t{3}).add("ok", true).str(), "{\"id\":3,\"ok\":true}");
     EXPECT_EQ(flagNames<FrontendDvbcAnnex>(5), (std::vector<std::string>{"A", "C"}));
     EXPECT_TRUE(flagNames<FrontendDvbcAnnex>(0).empty());
+    // Enumerators that share a value are named once, by the first name.
+    const auto fec = static_cast<uint64_t>(FrontendInnerFec::FEC_1_2) |
+                     static_cast<uint64_t>(FrontendInnerFec::FEC_77_90);
+    std::vector<std::string> names = flagNames<FrontendInnerFec>(fec);
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(std::adjacent_find(names.begin(), names.end()), names.end()) << names.size();
+    EXPECT_NE(std::find(names.begin(), names.end(), "FEC_1_2"), names.end());
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "ChannelSettings.h"
 
+#include <cstdio>
 #include <vector>
 
 #include "ValueParsing.h"
@@ -20,6 +21,9 @@ bool parsed(const std::optional<T>& value, const char* what, const std::string& 
     out = *value;
     return true;
 }
+
+// The highest intermediate frequency an LNB hands a satellite tuner (the L band's top).
+constexpr uint32_t kHighestIfKHz = 2150000;
 
 bool frequency(const std::string& text, uint32_t& hz, std::string& error) {
     if (parseFrequencyHz(text)) return parsed(parseFrequencyHz(text), "frequency", text, hz, error);
@@ -101,6 +105,17 @@ bool buildDvbs(const ChannelOptions& o, FrontendSettings& settings, std::string&
                            {"--modulation", &o.modulation},
                            {"--annex", &o.annex}},
                           error)) {
+        return false;
+    }
+    // A downlink (what a dvbv5 satellite file holds) is no frequency a tuner sees: the LNB's
+    // oscillator brings it down, so it needs the LNB's type.
+    const std::optional<uint32_t> kHz = parseFrequencyKHz(o.dvbs);
+    if (o.lnb.empty() && kHz && *kHz > kHighestIfKHz) {
+        char mhz[32];
+        snprintf(mhz, sizeof(mhz), "%.3f MHz", *kHz / 1e3);
+        error = std::string("a downlink frequency (") + mhz +
+                ") needs --lnb TYPE, the LNB that brings it down (e.g. --lnb UNIVERSAL; --help "
+                "lists the types)";
         return false;
     }
     FrontendDvbsSettings dvbs{};

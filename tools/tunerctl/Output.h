@@ -36,13 +36,18 @@ std::string jsonString(const std::string& text);
 std::string jsonArray(const std::vector<std::string>& jsonValues);
 std::vector<std::string> jsonStrings(const std::vector<std::string>& texts);
 
-// The names of the enumerators of E whose bits are set in mask.
+// The names of the enumerators of E whose bits are set in mask, each value once by its first name
+// (some enumerators share a value: FrontendInnerFec's FEC_29_45 to FEC_77_90, beyond 32 bits in
+// the interface file, came out of the generator as the low bits).
 template <typename E>
 std::vector<std::string> flagNames(uint64_t mask) {
     std::vector<std::string> names;
+    uint64_t named = 0;
     for (E value : ::android::hardware::hidl_enum_range<E>()) {
         const uint64_t bits = static_cast<uint64_t>(value);
-        if (bits != 0 && (mask & bits) == bits) names.push_back(toString(value));
+        if (bits == 0 || (mask & bits) != bits || (named & bits) == bits) continue;
+        named |= bits;
+        names.push_back(toString(value));
     }
     return names;
 }

@@ -152,88 +152,97 @@ int scanOutcome(bool interrupted, bool nothingFound) {
 
 }  // namespace
 
-int runScan(const GlobalOptions& global, const ScanOptions& options) {
-    sp<ITuner> tuner = connectTuner();
-    std::string error;
-    sp<IFrontend> frontend = openFrontend(tuner, options.id, error);
-    if (frontend == nullptr) return reportFailure(global.json, kUsageError, error);
-    // A cable scan tries the symbol rate the service would choose when none is given.
-    ChannelOptions channel = options.channel;
-    if (!channel.dvbc.empty() && channel.symbolRate.empty()) channel.symbolRate = "6875000";
+namespace {
+
+// What a scan works on, once the command line has been checked against the frontend.
+struct ScanJob {
+    sp<ITuner> tuner;
+    sp<IFrontend> frontend;
+    ChannelOptions channel;
     FrontendSettings settings;
-    FrontendInfo info{};
     std::optional<SatellitePlan> plan;
-    if (!buildSettings(channel, settings, error, &plan) || !frontendInfo(tuner, options.id, info) ||
-        !checkAgainstFrontend(info, options.id, settings, error)) {
+};
+
+// Opens the frontend and turns the options into settings it can scan (and sets the dish up for
+// a satellite downlink); the exit code of a refusal, or kSuccess.
+int prepareScan(const GlobalOptions& global, const ScanOptions& options, ScanJob& job) {
+    job.tuner = connectTuner();
+    std::string error;
+    job.frontend = openFrontend(job.tuner, options.id, error);
+    if (job.frontend == nullptr) return reportFailure(global.json, kUsageError, error);
+    // A cable scan tries the symbol rate the service would choose when none is given.
+    job.channel = options.channel;
+    if (!job.channel.dvbc.empty() && job.channel.symbolRate.empty()) {
+        job.channel.symbolRate = "6875000";
+    }
+    FrontendInfo info{};
+    if (!buildSettings(job.channel, job.settings, error, &job.plan) ||
+        !frontendInfo(job.tuner, options.id, info) ||
+        !checkAgainstFrontend(info, options.id, job.settings, error)) {
         return reportFailure(global.json, kUsageError, error);
     }
+    if (!job.plan) return kSuccess;
+    return setUpDish(global, job.tuner, options.id, job.frontend, *job.plan, job.channel);
+}
 
-    if (plan) {
-        const int dish = setUpDish(global, tuner, options.id, frontend, *plan, channel);
-        if (dish != kSuccess) return dish;
-    }
-    sp<FrontendEvents> events = new FrontendEvents();
-    // A scan a client left running (one that died, say) would report into this one.
-    call("stopScan", [&] { return frontend->stopScan(); });
-    call("setCallback", [&] { return frontend->setCallback(events); });
-    installInterruptHandler();
-    const auto type = options.blind ? FrontendScanType::SCAN_BLIND : FrontendScanType::SCAN_AUTO;
-    const Result result = call("scan", [&] { return frontend->scan(settings, type); });
-    if (result != Result::SUCCESS) {
-        return reportFailure(global.json, kServiceError, "scan: " + toString(result));
-    }
-
-    // The service's dump tells when the scan has ended; it is read when no message is waiting.
-    ScanReport report;
-    report.json = global.json;
-    report.bar = !global.json && isatty(STDERR_FILENO);
-    report.sweep = options.blind && !channel.dvbc.empty();
+uint32_t startFrequency(const FrontendSettings& settings) {
     using D = FrontendSettings::hidl_discriminator;
-    report.startHz = settings.getDiscriminator() == D::dvbc   ? settings.dvbc().frequency
-                     : settings.getDiscriminator() == D::dvbt ? settings.dvbt().frequency
-                                                              : settings.dvbs().frequency;
-    bool stopped = false;
-    while (true) {
+    return settings.getDiscriminator() == D::dvbc   ? settings.dvbc().frequency
+           : settings.getDiscriminator() == D::dvbt ? settings.dvbt().frequency
+                                                    : settings.dvbs().frequency;
+}
+
+// Reports each message until the scan ends (the service's dump tells when, read whenever no
+// message is waiting) or Ctrl-C stops it; whether it was stopped, or the exit code of a scan
+// another client took over.
+std::optional<int> followScan(const GlobalOptions& global, const ScanOptions& options,
+                              const ScanJob& job, FrontendEvents& events, ScanReport& report,
+                              bool& stopped) {
+    for (;;) {
         if (interrupted() && !stopped) {
-            call("stopScan", [&] { return frontend->stopScan(); });
+            call("stopScan", [&] { return job.frontend->stopScan(); });
             stopped = true;
         }
         if (serviceDied()) serviceLost("the scan");
-        auto message = events->takeScanMessage(std::chrono::milliseconds(100));
+        auto message = events.takeScanMessage(std::chrono::milliseconds(100));
         if (message) {
             report.take(message->first, message->second);
             continue;
         }
-        // The service's dump tells whether the scan still runs, and for whom.
-        const std::string dump = serviceDump(tuner);
+        const std::string dump = serviceDump(job.tuner);
         if (takenByAnotherClient(dump, options.id)) {
             report.clearBar();
             return reportFailure(global.json, kServiceError,
                                  "frontend " + std::to_string(options.id) +
                                          " was taken by another client (its scan messages go "
                                          "there now)");
-        } else if (!scanRunning(dump, options.id)) {
+        }
+        if (!scanRunning(dump, options.id)) {
             // The scan's last messages were sent before it ended; being oneway calls they may
             // still be on their way to this process's pool.
-            while ((message = events->takeScanMessage(std::chrono::milliseconds(200)))) {
+            while ((message = events.takeScanMessage(std::chrono::milliseconds(200)))) {
                 report.take(message->first, message->second);
             }
-            break;
+            return std::nullopt;
         }
     }
-    report.clearBar();
-    if (!stopped) call("stopScan", [&] { return frontend->stopScan(); });
+}
 
+// What the scan found: the multiplexes, and the frequency the tuner was left on.
+int summarise(const GlobalOptions& global, const ScanOptions& options, const ScanJob& job,
+              const ScanReport& report, bool stopped) {
     const std::vector<Multiplex> multiplexes = mergeLocks(report.found, kSweepStepHz);
-    if (!options.output.empty() && !writeFound(global, options.output, channel, plan, multiplexes)) {
+    if (!options.output.empty() &&
+        !writeFound(global, options.output, job.channel, job.plan, multiplexes)) {
         return kServiceError;
     }
+    const bool leftOn = !report.found.empty() && !stopped;
     if (global.json) {
         std::vector<std::string> found;
         for (const Multiplex& m : multiplexes) found.push_back(multiplexJson(m));
         JsonObject summary;
         summary.addRaw("found", jsonArray(found)).add("stopped", stopped);
-        if (!report.found.empty() && !stopped) summary.add("leftOn", report.found.back());
+        if (leftOn) summary.add("leftOn", report.found.back());
         std::cout << summary.str() << std::endl;
         return scanOutcome(stopped, report.found.empty());
     }
@@ -241,10 +250,37 @@ int runScan(const GlobalOptions& global, const ScanOptions& options) {
     std::cout << "found " << multiplexes.size()
               << (multiplexes.size() == 1 ? " multiplex\n" : " multiplexes\n");
     for (const Multiplex& m : multiplexes) std::cout << multiplexText(m) << "\n";
-    if (!report.found.empty() && !stopped) {
-        std::cout << "tuner left on " << report.found.back() << " Hz\n";
-    }
+    if (leftOn) std::cout << "tuner left on " << report.found.back() << " Hz\n";
     return scanOutcome(stopped, report.found.empty());
+}
+
+}  // namespace
+
+int runScan(const GlobalOptions& global, const ScanOptions& options) {
+    ScanJob job;
+    const int prepared = prepareScan(global, options, job);
+    if (prepared != kSuccess) return prepared;
+    sp<FrontendEvents> events = new FrontendEvents();
+    // A scan a client left running (one that died, say) would report into this one.
+    call("stopScan", [&] { return job.frontend->stopScan(); });
+    call("setCallback", [&] { return job.frontend->setCallback(events); });
+    installInterruptHandler();
+    const auto type = options.blind ? FrontendScanType::SCAN_BLIND : FrontendScanType::SCAN_AUTO;
+    const Result result = call("scan", [&] { return job.frontend->scan(job.settings, type); });
+    if (result != Result::SUCCESS) {
+        return reportFailure(global.json, kServiceError, "scan: " + toString(result));
+    }
+    ScanReport report;
+    report.json = global.json;
+    report.bar = !global.json && isatty(STDERR_FILENO);
+    report.sweep = options.blind && !job.channel.dvbc.empty();
+    report.startHz = startFrequency(job.settings);
+    bool stopped = false;
+    const std::optional<int> takenOver = followScan(global, options, job, *events, report, stopped);
+    if (takenOver) return *takenOver;
+    report.clearBar();
+    if (!stopped) call("stopScan", [&] { return job.frontend->stopScan(); });
+    return summarise(global, options, job, report, stopped);
 }
 
 }  // namespace tunerctl

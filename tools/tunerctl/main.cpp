@@ -76,72 +76,123 @@ bool wantsJson(int argc, char** argv) {
     return false;
 }
 
-}  // namespace
+// Everything the command line says, filled in by the parser.
+struct CommandLine {
+    tunerctl::GlobalOptions global;
+    int verbosity = 0;
+    bool quiet = false;
+    std::string timeout = "10s";
+    bool inProcess = false;
+    uint32_t infoId = 0;
+    tunerctl::LnbOptions lnb;
+    tunerctl::TuneOptions tune;
+    tunerctl::TuneOptions status;
+    bool watch = false;
+    tunerctl::TuneOptions demux;
+    tunerctl::ScanOptions scan;
+};
 
-int main(int argc, char** argv) {
-    CLI::App app{"tunerctl: talk to the TV tuner service on the simulated driver"};
+void addGlobalOptions(CLI::App& app, CommandLine& c) {
     app.footer(tunerctl::kExitCodesHelp);
     app.set_version_flag("--version", "tunerctl 2.0 (android.hardware.tv.tuner@1.0)");
     // Global flags are accepted anywhere on the line, also after the subcommand.
     app.fallthrough();
-    tunerctl::GlobalOptions global;
-    int verbosity = 0;
-    bool quiet = false;
-    app.add_flag("--json", global.json, "machine-readable output");
-    app.add_flag("-v,--verbose", verbosity,
+    app.add_flag("--json", c.global.json, "machine-readable output");
+    app.add_flag("-v,--verbose", c.verbosity,
                  "-v shows the service's informational log, -vv its debug log too");
-    app.add_flag("-q,--quiet", quiet, "show no service log, not even warnings");
-    std::string timeout = "10s";
-    app.add_option("--timeout", timeout,
+    app.add_flag("-q,--quiet", c.quiet, "show no service log, not even warnings");
+    app.add_option("--timeout", c.timeout,
                    "how long to wait for any one answer of the service before giving up with "
                    "exit code 3, e.g. 10s (the default), 500ms, 2m");
-    bool inProcess = false;
-    app.add_flag("--in-process", inProcess,
+    app.add_flag("--in-process", c.inProcess,
                  "run a private service in this process instead of using the running one "
                  "(also TUNERCTL_IN_PROCESS=1)");
-    app.add_subcommand("dump", "print the service's state (what lshal debug shows)");
+}
 
-    app.add_subcommand("frontends", "list the frontends and their capabilities");
-    uint32_t infoId = 0;
-    app.add_subcommand("info", "show one frontend")->add_option("id", infoId)->required();
-    app.add_subcommand("lnbs", "list the LNBs");
+void addLnbCommand(CLI::App& app, tunerctl::LnbOptions& lnb) {
+    CLI::App* command = app.add_subcommand("lnb", "drive an LNB and show what the driver got");
+    command->add_option("id", lnb.id)->required();
+    oneOf(command->add_option("--voltage", lnb.voltage, "LNB supply"), kVoltages);
+    oneOf(command->add_option("--tone", lnb.tone, "22 kHz tone"), {"on", "off"});
+    oneOf(command->add_option("--position", lnb.position, "tone burst"), {"A", "B"});
+    command->add_option("--diseqc", lnb.diseqc, "DiSEqC bytes, 1 to 6, e.g. \"E0 10 38 F0\"");
+}
 
-    tunerctl::LnbOptions lnb;
-    CLI::App* lnbCommand = app.add_subcommand("lnb", "drive an LNB and show what the driver got");
-    lnbCommand->add_option("id", lnb.id)->required();
-    oneOf(lnbCommand->add_option("--voltage", lnb.voltage, "LNB supply"), kVoltages);
-    oneOf(lnbCommand->add_option("--tone", lnb.tone, "22 kHz tone"), {"on", "off"});
-    oneOf(lnbCommand->add_option("--position", lnb.position, "tone burst"), {"A", "B"});
-    lnbCommand->add_option("--diseqc", lnb.diseqc, "DiSEqC bytes, 1 to 6, e.g. \"E0 10 38 F0\"");
+void addSignalCommands(CLI::App& app, CommandLine& c) {
+    CLI::App* tune = app.add_subcommand("tune", "tune a channel and show its signal");
+    tune->add_option("id", c.tune.id)->required();
+    addChannelOptions(tune, c.tune.channel);
+    addChannelFileOptions(tune, c.tune);
 
-    tunerctl::TuneOptions tune;
-    CLI::App* tuneCommand = app.add_subcommand("tune", "tune a channel and show its signal");
-    tuneCommand->add_option("id", tune.id)->required();
-    addChannelOptions(tuneCommand, tune.channel);
-    addChannelFileOptions(tuneCommand, tune);
+    CLI::App* status = app.add_subcommand("status", "show a frontend's signal");
+    status->add_option("id", c.status.id)->required();
+    status->add_flag("--watch", c.watch, "refresh once a second until Ctrl-C");
+    addChannelOptions(status, c.status.channel);
+    addChannelFileOptions(status, c.status);
 
-    tunerctl::TuneOptions status;
-    bool watch = false;
-    CLI::App* statusCommand = app.add_subcommand("status", "show a frontend's signal");
-    statusCommand->add_option("id", status.id)->required();
-    statusCommand->add_flag("--watch", watch, "refresh once a second until Ctrl-C");
-    addChannelOptions(statusCommand, status.channel);
-    addChannelFileOptions(statusCommand, status);
-
-    tunerctl::TuneOptions demux;
-    CLI::App* demuxCommand =
+    CLI::App* demux =
             app.add_subcommand("demux", "bind a demux to a frontend and follow its input");
-    demuxCommand->add_option("--frontend", demux.id, "frontend id (default 0)");
-    addChannelOptions(demuxCommand, demux.channel);
+    demux->add_option("--frontend", c.demux.id, "frontend id (default 0)");
+    addChannelOptions(demux, c.demux.channel);
+}
 
-    tunerctl::ScanOptions scan;
-    CLI::App* scanCommand = app.add_subcommand("scan", "scan for channels");
-    scanCommand->add_option("id", scan.id)->required();
-    scanCommand->add_flag("--blind", scan.blind, "blind scan");
-    scanCommand->add_option("-o,--output", scan.output,
-                            "write what the scan finds to a dvbv5 channel file");
-    addChannelOptions(scanCommand, scan.channel);
+void addScanCommand(CLI::App& app, tunerctl::ScanOptions& scan) {
+    CLI::App* command = app.add_subcommand("scan", "scan for channels");
+    command->add_option("id", scan.id)->required();
+    command->add_flag("--blind", scan.blind, "blind scan");
+    command->add_option("-o,--output", scan.output,
+                        "write what the scan finds to a dvbv5 channel file");
+    addChannelOptions(command, scan.channel);
+}
 
+void addCommands(CLI::App& app, CommandLine& c) {
+    app.add_subcommand("dump", "print the service's state (what lshal debug shows)");
+    app.add_subcommand("frontends", "list the frontends and their capabilities");
+    app.add_subcommand("info", "show one frontend")->add_option("id", c.infoId)->required();
+    app.add_subcommand("lnbs", "list the LNBs");
+    addLnbCommand(app, c.lnb);
+    addSignalCommands(app, c);
+    addScanCommand(app, c.scan);
+}
+
+// The service's log as -v, -vv and -q ask; the call time-out; the service to use.
+int configure(const CommandLine& c) {
+    __android_log_set_minimum_priority(c.quiet            ? ANDROID_LOG_SILENT
+                                       : c.verbosity >= 2 ? ANDROID_LOG_DEBUG
+                                       : c.verbosity == 1 ? ANDROID_LOG_INFO
+                                                          : ANDROID_LOG_WARN);
+    const std::optional<std::chrono::milliseconds> timeout = tunerctl::parseDuration(c.timeout);
+    if (!timeout || timeout->count() <= 0) {
+        return tunerctl::reportFailure(c.global.json, tunerctl::kUsageError,
+                                       "invalid --timeout '" + c.timeout +
+                                               "': a duration with its unit, e.g. 10s or 500ms");
+    }
+    tunerctl::setCallTimeout(*timeout);
+    tunerctl::configureClient(c.inProcess, c.global.json);
+    return tunerctl::kSuccess;
+}
+
+int run(const CLI::App& app, const CommandLine& c) {
+    using namespace tunerctl;
+    if (app.got_subcommand("dump")) return runDump(c.global);
+    if (app.got_subcommand("frontends")) return runFrontends(c.global);
+    if (app.got_subcommand("info")) return runInfo(c.global, c.infoId);
+    if (app.got_subcommand("lnbs")) return runLnbs(c.global);
+    if (app.got_subcommand("lnb")) return runLnb(c.global, c.lnb);
+    if (app.got_subcommand("tune")) return runTune(c.global, c.tune);
+    if (app.got_subcommand("status")) return runStatus(c.global, c.status, c.watch);
+    if (app.got_subcommand("demux")) return runDemux(c.global, c.demux);
+    if (app.got_subcommand("scan")) return runScan(c.global, c.scan);
+    return runOverview(c.global);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{"tunerctl: talk to the TV tuner service on the simulated driver"};
+    CommandLine commandLine;
+    addGlobalOptions(app, commandLine);
+    addCommands(app, commandLine);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -153,27 +204,6 @@ int main(int argc, char** argv) {
         const int code = app.exit(e);
         return code == 0 ? tunerctl::kSuccess : tunerctl::kUsageError;
     }
-    __android_log_set_minimum_priority(quiet            ? ANDROID_LOG_SILENT
-                                       : verbosity >= 2 ? ANDROID_LOG_DEBUG
-                                       : verbosity == 1 ? ANDROID_LOG_INFO
-                                                        : ANDROID_LOG_WARN);
-
-    const std::optional<std::chrono::milliseconds> callTimeout = tunerctl::parseDuration(timeout);
-    if (!callTimeout || callTimeout->count() <= 0) {
-        return tunerctl::reportFailure(
-                global.json, tunerctl::kUsageError,
-                "invalid --timeout '" + timeout + "': a duration with its unit, e.g. 10s or 500ms");
-    }
-    tunerctl::setCallTimeout(*callTimeout);
-    tunerctl::configureClient(inProcess, global.json);
-    if (app.got_subcommand("dump")) return tunerctl::runDump(global);
-    if (app.got_subcommand("frontends")) return tunerctl::runFrontends(global);
-    if (app.got_subcommand("info")) return tunerctl::runInfo(global, infoId);
-    if (app.got_subcommand("lnbs")) return tunerctl::runLnbs(global);
-    if (app.got_subcommand("lnb")) return tunerctl::runLnb(global, lnb);
-    if (app.got_subcommand("tune")) return tunerctl::runTune(global, tune);
-    if (app.got_subcommand("status")) return tunerctl::runStatus(global, status, watch);
-    if (app.got_subcommand("demux")) return tunerctl::runDemux(global, demux);
-    if (app.got_subcommand("scan")) return tunerctl::runScan(global, scan);
-    return tunerctl::runOverview(global);
+    const int configured = configure(commandLine);
+    return configured != tunerctl::kSuccess ? configured : run(app, commandLine);
 }
