@@ -19,6 +19,7 @@ const bool gEnvironmentLoaded = [] {
     try {
         mox::sim::Environment env = mox::sim::loadEnvironmentFile(path);
         simulator().setEnvironment(env.capability, std::move(env.air), std::move(env.misbehaviour));
+        simulator().setTimeline(std::move(env.timeline));
     } catch (const mox::sim::EnvironmentError& e) {
         std::fprintf(stderr, "%s\n", e.what());
         std::exit(2);

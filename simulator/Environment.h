@@ -19,6 +19,7 @@ struct Environment {
     MOX_TunerCapability_t capability;
     std::vector<Transmitter> air;
     Misbehaviour misbehaviour;
+    std::vector<TimedChange> timeline;  // changes of the world as the simulated clock runs on
 };
 
 // One line: "FILE:LINE: FIELD: what is wrong".

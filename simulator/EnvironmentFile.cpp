@@ -1,5 +1,6 @@
 // Reads an installation file. Every field is checked for its type and range, unknown fields are
 // refused, and each error names the file, the line and the field.
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -368,6 +369,43 @@ void readFaults(const Reader& r, const json& v, Misbehaviour& misbehaviour) {
     }
 }
 
+// Changes of the world in the simulated clock: [{"at": "30s", "do": "transmitter 474MHz off"}].
+// A change must name a transmitter of the file.
+void readTimeline(const Reader& r, const json& v, Environment& env) {
+    const json& entries = r.array(v, "timeline", 10000);
+    for (size_t i = 0; i < entries.size(); ++i) {
+        const std::string p = Reader::index("timeline", i);
+        const json& entry = r.object(entries[i], p, {"at", "do"});
+        const json& at = r.member(entry, p, "at");
+        const json& what = r.member(entry, p, "do");
+        TimedChange timed;
+        char* end = nullptr;
+        const std::string text = at.is_string() ? at.get<std::string>() : "";
+        const double seconds = strtod(text.c_str(), &end);
+        if (text.empty() || std::string(end) != "s" || !(seconds >= 0) || seconds > 86400) {
+            r.fail(Reader::join(p, "at"), "must be seconds of the simulated clock, e.g. \"30s\"");
+        }
+        timed.atMs = static_cast<uint64_t>(seconds * 1000);
+        std::string error;
+        if (!what.is_string() || !parseWorldChange(what.get<std::string>(), timed.change, error)) {
+            r.fail(Reader::join(p, "do"), what.is_string() ? error : "must be a change in words");
+        }
+        const WorldChange::Kind kind = timed.change.kind;
+        if (kind == WorldChange::Kind::kTransmitterOn ||
+            kind == WorldChange::Kind::kTransmitterOff || kind == WorldChange::Kind::kFigure) {
+            const bool known =
+                    std::any_of(env.air.begin(), env.air.end(), [&](const Transmitter& tx) {
+                        return tx.frequencyMHz == timed.change.frequencyMHz;
+                    });
+            if (!known) {
+                r.fail(Reader::join(p, "do"),
+                       "no transmitter at " + std::to_string(timed.change.frequencyMHz) + " MHz");
+            }
+        }
+        env.timeline.push_back(timed);
+    }
+}
+
 // Which fields a transmitter of a system may have.
 const std::set<std::string>& transmitterFields(uint32_t system) {
     static const std::set<std::string> terrestrial = {
@@ -504,7 +542,8 @@ Environment parseEnvironment(const std::string& text, const std::string& name) {
     }
     const Reader r(name, text);
     r.object(root, "",
-             {"frontends", "transmitters", "satellites", "faults", "seed", "declaredFrontendCount"});
+             {"frontends", "transmitters", "satellites", "faults", "seed", "declaredFrontendCount",
+              "timeline"});
     Environment env{};
     memset(&env.capability, 0, sizeof(env.capability));
     const json& frontends = r.array(r.member(root, "", "frontends"), "frontends", 5);
@@ -543,6 +582,7 @@ Environment parseEnvironment(const std::string& text, const std::string& name) {
         }
     }
     if (root.contains("satellites")) readSatellites(r, root.at("satellites"), env.air);
+    if (root.contains("timeline")) readTimeline(r, root.at("timeline"), env);
     return env;
 }
 

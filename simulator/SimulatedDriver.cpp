@@ -30,7 +30,7 @@ float clampPercent(float value) {
 
 }  // namespace
 
-SimulatedDriver::SimulatedDriver() : mClock(steadyNowUs) {
+SimulatedDriver::SimulatedDriver() : mClock(steadyNowUs), mStartUs(steadyNowUs()) {
     setCapabilities(defaultCapabilities());
     mAir = defaultAir();
 }
@@ -94,6 +94,11 @@ void SimulatedDriver::setEnvironment(const MOX_TunerCapability_t& capability,
             mTunerNeverLocks[tuner++] = never;
     }
     mMisbehaviour = std::move(misbehaviour);
+    mConnected.fill(true);
+    mRamps.clear();
+    mTimeline.clear();
+    mTimelineDone = 0;
+    mStartUs = mClock();
 }
 
 int SimulatedDriver::faultLocked(DriverFunction function) {
@@ -113,12 +118,14 @@ LnbState SimulatedDriver::lnb(int32_t lnbId) const {
 
 int SimulatedDriver::init() {
     ::android::Mutex::Autolock guard(mLock);
+    advanceLocked();
     return faultLocked(DriverFunction::Init);
 }
 
 int SimulatedDriver::getCapabilities(MOX_TunerCapability_t* capability) {
     if (capability == nullptr) return -1;
     ::android::Mutex::Autolock guard(mLock);
+    advanceLocked();
     if (int fault = faultLocked(DriverFunction::GetCapabilities)) return fault;
     *capability = mCapability;
     return 0;
@@ -149,7 +156,7 @@ bool SimulatedDriver::dishPassesLocked(uint8_t tunerIndex, const Transmitter& tx
 int SimulatedDriver::matchLocked(uint8_t tunerIndex, const MOX_TunerParam_t& param) const {
     for (size_t i = 0; i < mAir.size(); ++i) {
         const Transmitter& tx = mAir[i];
-        if (tx.system != param.eTunerType) continue;
+        if (tx.system != param.eTunerType || !tx.onAir || !connectedLocked(tx.system)) continue;
         if (!dishPassesLocked(tunerIndex, tx, param.uiFreqMHz)) continue;
         if (tx.symbolRate != 0) {
             const uint64_t difference = param.uiSymbolRate > tx.symbolRate
@@ -177,6 +184,10 @@ SimulatedDriver::TunerState* SimulatedDriver::tunerLocked(uint8_t tunerIndex) {
 
 bool SimulatedDriver::lockedLocked(uint8_t tunerIndex, const TunerState& tuner) const {
     if (!tuner.tuned || tuner.transmitter < 0) return false;
+    // A transmitter switched off or an input unplugged after tuning takes the lock away.
+    if (!mAir[tuner.transmitter].onAir || !connectedLocked(mAir[tuner.transmitter].system)) {
+        return false;
+    }
     // A change at the dish after tuning takes the transponder away.
     if (!dishPassesLocked(tunerIndex, mAir[tuner.transmitter], tuner.param.uiFreqMHz)) return false;
     if (tunerIndex < mTunerNeverLocks.size() && mTunerNeverLocks[tunerIndex]) return false;
@@ -198,6 +209,7 @@ float SimulatedDriver::jitterLocked(float amplitude) {
 
 int SimulatedDriver::scan(uint8_t tunerIndex, const MOX_TunerParam_t& param) {
     ::android::Mutex::Autolock guard(mLock);
+    advanceLocked();
     if (int fault = faultLocked(DriverFunction::Scan)) return fault;
     TunerState* tuner = tunerLocked(tunerIndex);
     if (tuner == nullptr || param.eTunerType == 0) return -1;
@@ -210,6 +222,7 @@ int SimulatedDriver::scan(uint8_t tunerIndex, const MOX_TunerParam_t& param) {
 
 int SimulatedDriver::isLocked(uint8_t tunerIndex) {
     ::android::Mutex::Autolock guard(mLock);
+    advanceLocked();
     if (int fault = faultLocked(DriverFunction::IsLocked)) return fault;
     const TunerState* tuner = tunerLocked(tunerIndex);
     if (tuner == nullptr) return -1;
@@ -218,6 +231,7 @@ int SimulatedDriver::isLocked(uint8_t tunerIndex) {
 
 int SimulatedDriver::getInfo(uint8_t tunerIndex, MOX_TunerSignalInfo_t* info) {
     ::android::Mutex::Autolock guard(mLock);
+    advanceLocked();
     if (int fault = faultLocked(DriverFunction::GetInfo)) return fault;
     const TunerState* tuner = tunerLocked(tunerIndex);
     if (tuner == nullptr || info == nullptr) return -1;
@@ -254,6 +268,7 @@ int SimulatedDriver::getInfo(uint8_t tunerIndex, MOX_TunerSignalInfo_t* info) {
 
 int SimulatedDriver::getParamInfo(uint8_t tunerIndex, MOX_TunerParamInfo_t* info) {
     ::android::Mutex::Autolock guard(mLock);
+    advanceLocked();
     if (int fault = faultLocked(DriverFunction::GetParamInfo)) return fault;
     const TunerState* tuner = tunerLocked(tunerIndex);
     if (tuner == nullptr || info == nullptr) return -1;
@@ -269,6 +284,7 @@ int SimulatedDriver::getParamInfo(uint8_t tunerIndex, MOX_TunerParamInfo_t* info
 
 int SimulatedDriver::release(uint8_t tunerIndex) {
     ::android::Mutex::Autolock guard(mLock);
+    advanceLocked();
     if (int fault = faultLocked(DriverFunction::Release)) return fault;
     TunerState* tuner = tunerLocked(tunerIndex);
     if (tuner == nullptr) return -1;
@@ -282,6 +298,7 @@ LnbState* SimulatedDriver::lnbLocked(int32_t lnbId) {
 
 int SimulatedDriver::setLnbMode(int32_t lnbId, uint32_t mode) {
     ::android::Mutex::Autolock guard(mLock);
+    advanceLocked();
     if (int fault = faultLocked(DriverFunction::SetLNBMode)) return fault;
     LnbState* lnb = lnbLocked(lnbId);
     if (lnb == nullptr || mode > 2) return -1;
@@ -295,6 +312,7 @@ int SimulatedDriver::setLnbMode(int32_t lnbId, uint32_t mode) {
 
 int SimulatedDriver::set22k(int32_t lnbId, uint32_t on) {
     ::android::Mutex::Autolock guard(mLock);
+    advanceLocked();
     if (int fault = faultLocked(DriverFunction::Set22KContinues)) return fault;
     LnbState* lnb = lnbLocked(lnbId);
     if (lnb == nullptr) return -1;
@@ -306,6 +324,7 @@ int SimulatedDriver::set22k(int32_t lnbId, uint32_t on) {
 
 int SimulatedDriver::sendToneBurst(int32_t lnbId, uint32_t burst) {
     ::android::Mutex::Autolock guard(mLock);
+    advanceLocked();
     if (int fault = faultLocked(DriverFunction::SendDiSEqCToneBurst)) return fault;
     LnbState* lnb = lnbLocked(lnbId);
     if (lnb == nullptr || burst > 1) return -1;
@@ -318,6 +337,7 @@ int SimulatedDriver::sendToneBurst(int32_t lnbId, uint32_t burst) {
 
 int SimulatedDriver::sendDiseqc(int32_t lnbId, const MOX_DiSEqCCmd_t& cmd) {
     ::android::Mutex::Autolock guard(mLock);
+    advanceLocked();
     if (int fault = faultLocked(DriverFunction::SendDiSEqCCmd)) return fault;
     LnbState* lnb = lnbLocked(lnbId);
     if (lnb == nullptr || cmd.ucLen > MOX_DISEQC_MSG_MAX) return -1;

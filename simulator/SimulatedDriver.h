@@ -43,6 +43,8 @@ struct Transmitter {
     std::optional<float> mer{};
     std::optional<float> lber{};
     std::optional<float> packetError{};
+    // Switched off (by a change of the world): nothing locks to it.
+    bool onAir = true;
 };
 
 // The driver's entry points, for faults.
@@ -60,6 +62,11 @@ enum class DriverFunction {
     SendDiSEqCCmd,
 };
 inline constexpr size_t kDriverFunctions = 11;
+// Their names, as installation files and world changes write them, in DriverFunction's order.
+inline constexpr const char* kDriverFunctionNames[kDriverFunctions] = {
+        "Init",         "GetCapabilities", "Scan",       "IsLocked",        "GetInfo",
+        "GetParamInfo", "Release",         "SetLNBMode", "Set22KContinues", "SendDiSEqCToneBurst",
+        "SendDiSEqCCmd"};
 
 // A driver function that fails with a result code: on every call, on the first calls, or on
 // every n-th call.
@@ -96,6 +103,42 @@ struct LnbState {
     std::string selection() const;
 };
 
+// The box's inputs: a cable for DVB-C, an antenna for DVB-T/T2, the dish for satellite tuners.
+enum class Input { kCable, kAntenna, kDish };
+inline constexpr size_t kInputs = 3;
+
+// A change of the world while the service runs, from a client of the world or from the
+// installation's timeline. Its words are the same in both (see WorldChange.cpp).
+struct WorldChange {
+    enum class Kind {
+        kTransmitterOn,
+        kTransmitterOff,
+        kFigure,
+        kConnect,
+        kDisconnect,
+        kFail,
+        kHeal
+    };
+    enum class Figure { kLevel, kCn, kBer };
+    Kind kind = Kind::kTransmitterOn;
+    uint32_t frequencyMHz = 0;  // the transmitter's, for the transmitter kinds
+    Figure figure = Figure::kLevel;
+    float value = 0;
+    uint32_t overMs = 0;  // a level or C/N ramps there over this long; 0: at once
+    Input input = Input::kCable;
+    DriverFunction function = DriverFunction::Init;
+    Fault fault;
+};
+// Reads "transmitter 474MHz off", "transmitter 474MHz level 40 over 10s", "disconnect dish",
+// "fail Scan -3 first 1", "heal Scan" ...; false with the reason in error.
+bool parseWorldChange(const std::string& text, WorldChange& change, std::string& error);
+
+// A change the timeline makes when the simulated clock has run this long since the start.
+struct TimedChange {
+    uint64_t atMs = 0;
+    WorldChange change;
+};
+
 class SimulatedDriver {
   public:
     using Clock = std::function<uint64_t()>;  // microseconds
@@ -112,6 +155,14 @@ class SimulatedDriver {
     void setEnvironment(const MOX_TunerCapability_t& capability, std::vector<Transmitter> air,
                         Misbehaviour misbehaviour = {});
     LnbState lnb(int32_t lnbId) const;
+    // Changes to make as the simulated clock runs on, in their order.
+    void setTimeline(std::vector<TimedChange> timeline);
+
+    // The world as the driver sees it now, as one JSON document: every tuner's last tuning and
+    // lock and figures, every LNB's commands and what they select, the air, the inputs, faults.
+    std::string describe();
+    // Makes a change now; false, with the reason, when it names nothing the world has.
+    bool change(const WorldChange& change, std::string& error);
 
     int init();
     int getCapabilities(MOX_TunerCapability_t* capability);
@@ -139,6 +190,11 @@ class SimulatedDriver {
     bool dishPassesLocked(uint8_t tunerIndex, const Transmitter& tx, uint32_t ifMHz) const
             REQUIRES(mLock);
     float jitterLocked(float amplitude) REQUIRES(mLock);
+    // Applies the timeline's changes that are due and moves ramps on; every entry point first.
+    void advanceLocked() REQUIRES(mLock);
+    bool changeLocked(const WorldChange& change, std::string& error) REQUIRES(mLock);
+    bool connectedLocked(uint32_t system) const REQUIRES(mLock);
+    void reacquireLocked() REQUIRES(mLock);
     // The result a fault gives this call of the function, 0 when it does not fail.
     int faultLocked(DriverFunction function) REQUIRES(mLock);
     TunerState* tunerLocked(uint8_t tunerIndex) REQUIRES(mLock);
@@ -155,6 +211,19 @@ class SimulatedDriver {
     Misbehaviour mMisbehaviour GUARDED_BY(mLock);
     std::array<uint32_t, kDriverFunctions> mCalls GUARDED_BY(mLock){};
     uint32_t mNoiseSeed GUARDED_BY(mLock) = 12345;
+    std::array<bool, kInputs> mConnected GUARDED_BY(mLock){true, true, true};
+    struct Ramp {
+        size_t transmitter;
+        WorldChange::Figure figure;
+        float from;
+        float to;
+        uint64_t startUs;
+        uint64_t durationUs;
+    };
+    std::vector<Ramp> mRamps GUARDED_BY(mLock);
+    std::vector<TimedChange> mTimeline GUARDED_BY(mLock);
+    size_t mTimelineDone GUARDED_BY(mLock) = 0;
+    uint64_t mStartUs GUARDED_BY(mLock) = 0;  // when the environment was set
 };
 
 // The instance behind the driver's C entry points.

@@ -16,13 +16,20 @@ file(GLOB_RECURSE HIDL_ALL_INTERFACE_FILES CONFIGURE_DEPENDS ${HIDL_INTERFACE_RO
 function(hidl_gen_package fqname path sources_var)
   cmake_parse_arguments(ARG "NO_TYPES" "" "HEADERS" ${ARGN})
   set(roots -R -r android.hardware:${HIDL_INTERFACE_ROOT}/hardware
-            -r android.hidl:${HIDL_INTERFACE_ROOT}/hidl)
+            -r android.hidl:${HIDL_INTERFACE_ROOT}/hidl
+            -r vendor.mox:${HIDL_INTERFACE_ROOT}/vendor/mox)
+  # Where the generator writes a package: its name and version as a path.
+  string(REPLACE "@" ";" name_version ${fqname})
+  list(GET name_version 0 name)
+  list(GET name_version 1 version)
+  string(REPLACE "." "/" out ${name})
+  set(out ${out}/${version})
   set(headers)
   foreach(header IN LISTS ARG_HEADERS)
-    list(APPEND headers ${HIDL_GEN_INCLUDE_DIR}/android/${path}/${header})
+    list(APPEND headers ${HIDL_GEN_INCLUDE_DIR}/${out}/${header})
   endforeach()
-  set(raw_types ${HIDL_GEN_DIR}/sources/android/${path}/types.cpp)
-  set(types ${HIDL_GEN_DIR}/host/android/${path}/types.cpp)
+  set(raw_types ${HIDL_GEN_DIR}/sources/${out}/types.cpp)
+  set(types ${HIDL_GEN_DIR}/host/${out}/types.cpp)
   set(adapt ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/hidl/adapt_generated.py)
   set(commands COMMAND ${HIDL_GEN} -o ${HIDL_GEN_INCLUDE_DIR} -L c++-headers ${roots} ${fqname})
   if(ARG_NO_TYPES)
@@ -31,8 +38,8 @@ function(hidl_gen_package fqname path sources_var)
   else()
     list(APPEND commands
       COMMAND ${HIDL_GEN} -o ${HIDL_GEN_DIR}/sources -L c++-sources ${roots} ${fqname}
-      COMMAND ${CMAKE_COMMAND} -E make_directory ${HIDL_GEN_DIR}/host/android/${path}
-      COMMAND Python3::Interpreter ${adapt} header ${HIDL_GEN_INCLUDE_DIR}/android/${path}/types.h
+      COMMAND ${CMAKE_COMMAND} -E make_directory ${HIDL_GEN_DIR}/host/${out}
+      COMMAND Python3::Interpreter ${adapt} header ${HIDL_GEN_INCLUDE_DIR}/${out}/types.h
       COMMAND Python3::Interpreter ${adapt} sources ${raw_types} ${types})
   endif()
   add_custom_command(

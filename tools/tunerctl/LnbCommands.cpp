@@ -7,7 +7,7 @@
 #include "ServiceCalls.h"
 #include "TunerClient.h"
 #include "ValueParsing.h"
-#include "simulator/SimulatedDriver.h"
+#include "World.h"
 
 namespace tunerctl {
 
@@ -15,39 +15,32 @@ using namespace ::android::hardware::tv::tuner::V1_0;
 
 namespace {
 
-std::string hexBytes(const std::vector<uint8_t>& bytes) {
-    std::string out;
-    for (uint8_t b : bytes) {
-        char text[4];
-        snprintf(text, sizeof(text), "%s%02X", out.empty() ? "" : " ", b);
-        out += text;
-    }
-    return out;
-}
-
-// What the simulated driver holds for the LNB after the commands.
+// What the simulated driver holds for the LNB after the commands, as the world tells it (in
+// this process or in the service's).
 void showDriverState(const GlobalOptions& global, uint32_t id) {
-    const mox::sim::LnbState s = mox::sim::simulator().lnb(static_cast<int32_t>(id));
-    const char* burst = s.lastBurst < 0 ? "none" : (s.lastBurst == 0 ? "A" : "B");
-    const char* supply = s.mode == 0 ? "off" : s.mode == 1 ? "13 V" : "18 V";
-    const char* tone = s.tone ? "on" : "off";
+    const std::optional<nlohmann::json> world = describeWorld();
+    if (!world || id >= world->at("lnbs").size()) return;
+    const nlohmann::json& s = world->at("lnbs")[id];
     if (global.json) {
         // The same words as the text.
         std::cout << JsonObject()
                              .add("lnb", id)
-                             .add("mode", s.mode)
-                             .add("supply", supply)
-                             .add("tone", tone)
-                             .add("burst", burst)
-                             .add("diseqc", hexBytes(s.lastDiseqc))
-                             .add("selects", s.selection())
+                             .add("mode", s.at("mode").get<uint32_t>())
+                             .add("supply", s.at("supply").get<std::string>())
+                             .add("tone", s.at("tone").get<std::string>())
+                             .add("burst", s.at("burst").get<std::string>())
+                             .add("diseqc", s.at("diseqc").get<std::string>())
+                             .add("selects", s.at("selects").get<std::string>())
                              .str()
                   << "\n";
         return;
     }
-    std::cout << "driver LNB " << id << ": mode " << s.mode << " (" << supply << "), 22 kHz tone "
-              << tone << ", tone burst " << burst << ", last DiSEqC [" << hexBytes(s.lastDiseqc)
-              << "]; selects " << s.selection() << "\n";
+    std::cout << "driver LNB " << id << ": mode " << s.at("mode").get<uint32_t>() << " ("
+              << s.at("supply").get<std::string>() << "), 22 kHz tone "
+              << s.at("tone").get<std::string>() << ", tone burst "
+              << s.at("burst").get<std::string>() << ", last DiSEqC ["
+              << s.at("diseqc").get<std::string>() << "]; selects "
+              << s.at("selects").get<std::string>() << "\n";
 }
 
 bool report(bool json, const char* what, Result result) {
@@ -128,16 +121,7 @@ int runLnb(const GlobalOptions& global, const LnbOptions& o) {
             return kServiceError;
         }
     }
-    if (inProcess()) {
-        showDriverState(global, o.id);
-    } else {
-        // The driver is the service's: what it holds stays in that process.
-        if (global.json) {
-            std::cout << JsonObject().add("lnb", o.id).add("accepted", true).str() << "\n";
-        } else {
-            std::cout << "LNB " << o.id << ": the service accepted every command\n";
-        }
-    }
+    showDriverState(global, o.id);
     return 0;
 }
 

@@ -11,6 +11,7 @@
 #include "ServiceCalls.h"
 #include "TunerClient.h"
 #include "ValueParsing.h"
+#include "World.h"
 
 namespace {
 
@@ -90,6 +91,7 @@ struct CommandLine {
     bool watch = false;
     tunerctl::TuneOptions demux;
     tunerctl::ScanOptions scan;
+    tunerctl::WorldOptions world;
 };
 
 void addGlobalOptions(CLI::App& app, CommandLine& c) {
@@ -145,6 +147,16 @@ void addScanCommand(CLI::App& app, tunerctl::ScanOptions& scan) {
     addChannelOptions(command, scan.channel);
 }
 
+void addWorldCommand(CLI::App& app, tunerctl::WorldOptions& world) {
+    CLI::App* command = app.add_subcommand(
+            "world", "show the simulated world, or change it: 'world transmitter 474MHz off'");
+    command->add_option("change", world.change,
+                        "a change: transmitter FREQ off|on|level DBUV|cn DB [over DURATION]|ber "
+                        "VALUE; connect|disconnect cable|antenna|dish; fail FUNCTION RESULT "
+                        "[first N|every N]; heal FUNCTION");
+    command->add_flag("--watch", world.watch, "show it once a second until Ctrl-C");
+}
+
 void addCommands(CLI::App& app, CommandLine& c) {
     app.add_subcommand("dump", "print the service's state (what lshal debug shows)");
     app.add_subcommand("frontends", "list the frontends and their capabilities");
@@ -153,6 +165,7 @@ void addCommands(CLI::App& app, CommandLine& c) {
     addLnbCommand(app, c.lnb);
     addSignalCommands(app, c);
     addScanCommand(app, c.scan);
+    addWorldCommand(app, c.world);
 }
 
 // The service's log as -v, -vv and -q ask; the call time-out; the service to use.
@@ -183,6 +196,7 @@ int run(const CLI::App& app, const CommandLine& c) {
     if (app.got_subcommand("status")) return runStatus(c.global, c.status, c.watch);
     if (app.got_subcommand("demux")) return runDemux(c.global, c.demux);
     if (app.got_subcommand("scan")) return runScan(c.global, c.scan);
+    if (app.got_subcommand("world")) return runWorld(c.global, c.world);
     return runOverview(c.global);
 }
 

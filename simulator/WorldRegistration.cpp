@@ -1,0 +1,10 @@
+// Linked into the host's service binaries: the simulated world is registered beside the tuner as
+// the process starts, so clients reach it the way they reach the tuner.
+#include "simulator/World.h"
+
+namespace {
+const bool kWorldRegistered = [] {
+    mox::sim::registerWorld();
+    return true;
+}();
+}  // namespace

@@ -1,0 +1,234 @@
+// The simulated world while the service runs: changes made now or by the timeline as the
+// simulated clock runs on, and a description of everything the driver holds.
+#include <algorithm>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "simulator/SimulatedDriver.h"
+
+namespace mox::sim {
+namespace {
+
+using json = nlohmann::json;
+
+const char* systemName(uint32_t code) {
+    switch (code) {
+        case 1:
+            return "DVB-C";
+        case 4:
+            return "DVB-T";
+        case 5:
+            return "DVB-S";
+        case 6:
+            return "DVB-S2";
+        case 7:
+            return "DVB-T2";
+        default:
+            return "other";
+    }
+}
+
+// A figure as JSON: NaN and infinities have no JSON number, so they go as text.
+json figureJson(float value) {
+    if (std::isfinite(value)) return value;
+    return std::isnan(value) ? "nan" : value > 0 ? "inf" : "-inf";
+}
+
+std::string hex(const std::vector<uint8_t>& bytes) {
+    std::string text;
+    char byte[4];
+    for (uint8_t b : bytes) {
+        snprintf(byte, sizeof(byte), "%s%02X", text.empty() ? "" : " ", b);
+        text += byte;
+    }
+    return text;
+}
+
+Input inputOf(uint32_t system) {
+    return system == 1                  ? Input::kCable
+           : system == 5 || system == 6 ? Input::kDish
+                                        : Input::kAntenna;
+}
+
+// A universal LNB's local oscillators, as the dish uses them.
+constexpr uint32_t kLowBandLoMHz = 9750;
+constexpr uint32_t kHighBandLoMHz = 10600;
+
+}  // namespace
+
+void SimulatedDriver::setTimeline(std::vector<TimedChange> timeline) {
+    ::android::Mutex::Autolock guard(mLock);
+    std::stable_sort(timeline.begin(), timeline.end(),
+                     [](const TimedChange& a, const TimedChange& b) { return a.atMs < b.atMs; });
+    mTimeline = std::move(timeline);
+    mTimelineDone = 0;
+}
+
+bool SimulatedDriver::connectedLocked(uint32_t system) const {
+    return mConnected[static_cast<size_t>(inputOf(system))];
+}
+
+void SimulatedDriver::advanceLocked() {
+    const uint64_t now = mClock();
+    while (mTimelineDone < mTimeline.size() &&
+           now - mStartUs >= mTimeline[mTimelineDone].atMs * 1000) {
+        std::string ignored;  // the file's changes were checked when it was read
+        changeLocked(mTimeline[mTimelineDone++].change, ignored);
+    }
+    for (auto it = mRamps.begin(); it != mRamps.end();) {
+        const double done =
+                it->durationUs == 0
+                        ? 1.0
+                        : std::min(1.0, double(now - it->startUs) / double(it->durationUs));
+        const float value = it->from + static_cast<float>(done) * (it->to - it->from);
+        Transmitter& tx = mAir[it->transmitter];
+        (it->figure == WorldChange::Figure::kLevel ? tx.levelDbuV : tx.cnDb) = value;
+        it = done >= 1.0 ? mRamps.erase(it) : std::next(it);
+    }
+}
+
+// A tuner tuned where nothing was on the air keeps trying: a signal that appears there is
+// acquired from now, after the transmitter's lock delay.
+void SimulatedDriver::reacquireLocked() {
+    for (size_t t = 0; t < mTuners.size(); ++t) {
+        TunerState& tuner = mTuners[t];
+        if (!tuner.tuned || tuner.transmitter >= 0) continue;
+        tuner.transmitter = matchLocked(static_cast<uint8_t>(t), tuner.param);
+        if (tuner.transmitter >= 0) tuner.tunedAtUs = mClock();
+    }
+}
+
+bool SimulatedDriver::change(const WorldChange& change, std::string& error) {
+    ::android::Mutex::Autolock guard(mLock);
+    advanceLocked();
+    return changeLocked(change, error);
+}
+
+bool SimulatedDriver::changeLocked(const WorldChange& change, std::string& error) {
+    using Kind = WorldChange::Kind;
+    switch (change.kind) {
+        case Kind::kConnect:
+        case Kind::kDisconnect:
+            mConnected[static_cast<size_t>(change.input)] = change.kind == Kind::kConnect;
+            if (change.kind == Kind::kConnect) reacquireLocked();
+            return true;
+        case Kind::kFail:
+        case Kind::kHeal: {
+            const size_t f = static_cast<size_t>(change.function);
+            mMisbehaviour.faults[f] = change.kind == Kind::kFail ? change.fault : Fault();
+            mCalls[f] = 0;  // "first N" counts from now
+            return true;
+        }
+        default:
+            break;
+    }
+    bool found = false;
+    for (size_t i = 0; i < mAir.size(); ++i) {
+        Transmitter& tx = mAir[i];
+        if (tx.frequencyMHz != change.frequencyMHz) continue;
+        found = true;
+        if (change.kind != Kind::kFigure) {
+            tx.onAir = change.kind == Kind::kTransmitterOn;
+            if (tx.onAir) reacquireLocked();
+        } else if (change.figure == WorldChange::Figure::kBer) {
+            tx.ber = change.value;
+        } else {
+            // A new ramp of the figure replaces one under way.
+            mRamps.erase(std::remove_if(mRamps.begin(), mRamps.end(),
+                                        [&](const Ramp& r) {
+                                            return r.transmitter == i && r.figure == change.figure;
+                                        }),
+                         mRamps.end());
+            const float from = change.figure == WorldChange::Figure::kLevel ? tx.levelDbuV : tx.cnDb;
+            mRamps.push_back({i, change.figure, from, change.value, mClock(),
+                              uint64_t{change.overMs} * 1000});
+        }
+    }
+    if (!found) error = "no transmitter at " + std::to_string(change.frequencyMHz) + " MHz";
+    advanceLocked();  // a change "over 0 s" takes effect at once
+    return found;
+}
+
+std::string SimulatedDriver::describe() {
+    ::android::Mutex::Autolock guard(mLock);
+    advanceLocked();
+    json world;
+    world["clockMs"] = (mClock() - mStartUs) / 1000;
+    world["inputs"] = {
+            {"cable", mConnected[0]}, {"antenna", mConnected[1]}, {"dish", mConnected[2]}};
+    json tuners = json::array();
+    for (size_t t = 0; t < mTuners.size(); ++t) {
+        const TunerState& tuner = mTuners[t];
+        json entry = {{"tuner", t}, {"tuned", tuner.tuned}};
+        if (tuner.tuned) {
+            entry["asked"] = {{"system", systemName(tuner.param.eTunerType)},
+                              {"frequencyMHz", tuner.param.uiFreqMHz},
+                              {"symbolRate", tuner.param.uiSymbolRate}};
+            entry["locked"] = lockedLocked(static_cast<uint8_t>(t), tuner);
+            if (tuner.transmitter >= 0) {
+                const Transmitter& tx = mAir[tuner.transmitter];
+                entry["transmitterMHz"] = tx.frequencyMHz;
+                entry["levelDbuV"] = figureJson(tx.levelDbuV);
+                entry["cnDb"] = figureJson(tx.cnDb);
+            }
+        }
+        const int lnbId = mTunerLnbs[t];
+        if (lnbId >= 0) {
+            entry["lnb"] = lnbId;
+            // What the dish hands this tuner now: each transponder the LNB's selection passes.
+            const LnbState& lnb = mLnbs[lnbId];
+            json receives = json::array();
+            for (const Transmitter& tx : mAir) {
+                if (tx.switchInput < 0 || !tx.onAir || !mConnected[2] || lnb.mode == 0 ||
+                    lnb.input != tx.switchInput || lnb.horizontal != tx.horizontal ||
+                    lnb.highBand != (tx.frequencyMHz >= 11700)) {
+                    continue;
+                }
+                const uint32_t lo = lnb.highBand ? kHighBandLoMHz : kLowBandLoMHz;
+                receives.push_back(
+                        {{"downlinkMHz", tx.frequencyMHz}, {"ifMHz", tx.frequencyMHz - lo}});
+            }
+            entry["receives"] = receives;
+        }
+        tuners.push_back(entry);
+    }
+    world["tuners"] = tuners;
+    json lnbs = json::array();
+    for (size_t l = 0; l < mLnbs.size(); ++l) {
+        const LnbState& s = mLnbs[l];
+        lnbs.push_back({{"lnb", l},
+                        {"mode", s.mode},
+                        {"supply", s.mode == 0   ? "off"
+                                   : s.mode == 1 ? "13 V"
+                                                 : "18 V"},
+                        {"tone", s.tone ? "on" : "off"},
+                        {"burst", s.lastBurst < 0    ? "none"
+                                  : s.lastBurst == 0 ? "A"
+                                                     : "B"},
+                        {"diseqc", hex(s.lastDiseqc)},
+                        {"selects", s.selection()}});
+    }
+    world["lnbs"] = lnbs;
+    json air = json::array();
+    for (const Transmitter& tx : mAir) {
+        air.push_back({{"system", systemName(tx.system)},
+                       {"frequencyMHz", tx.frequencyMHz},
+                       {"onAir", tx.onAir},
+                       {"levelDbuV", figureJson(tx.levelDbuV)},
+                       {"cnDb", figureJson(tx.cnDb)}});
+    }
+    world["transmitters"] = air;
+    json faults = json::array();
+    for (size_t f = 0; f < kDriverFunctions; ++f) {
+        const Fault& fault = mMisbehaviour.faults[f];
+        if (fault.result == 0) continue;
+        faults.push_back({{"function", kDriverFunctionNames[f]},
+                          {"result", fault.result},
+                          {"first", fault.first},
+                          {"every", fault.every}});
+    }
+    world["faults"] = faults;
+    return world.dump();
+}
+
+}  // namespace mox::sim
