@@ -1,6 +1,7 @@
 // Reads an installation file. Every field is checked for its type and range, unknown fields are
 // refused, and each error names the file, the line and the field.
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -36,6 +37,10 @@ struct Names {
 template <size_t N>
 constexpr Names names(const NameCode (&table)[N]) {
     return {table, N};
+}
+template <size_t N>
+constexpr Names names(const std::array<NameCode, N>& table) {
+    return {table.data(), N};
 }
 
 constexpr NameCode kSystemTable[] = {
@@ -335,18 +340,15 @@ void readMisbehaviour(const Reader& r, const json& v, const std::string& p, Tran
     }
 }
 
-constexpr NameCode kFunctionTable[] = {
-        {"Init", static_cast<uint32_t>(DriverFunction::Init)},
-        {"GetCapabilities", static_cast<uint32_t>(DriverFunction::GetCapabilities)},
-        {"Scan", static_cast<uint32_t>(DriverFunction::Scan)},
-        {"IsLocked", static_cast<uint32_t>(DriverFunction::IsLocked)},
-        {"GetInfo", static_cast<uint32_t>(DriverFunction::GetInfo)},
-        {"GetParamInfo", static_cast<uint32_t>(DriverFunction::GetParamInfo)},
-        {"Release", static_cast<uint32_t>(DriverFunction::Release)},
-        {"SetLNBMode", static_cast<uint32_t>(DriverFunction::SetLNBMode)},
-        {"Set22KContinues", static_cast<uint32_t>(DriverFunction::Set22KContinues)},
-        {"SendDiSEqCToneBurst", static_cast<uint32_t>(DriverFunction::SendDiSEqCToneBurst)},
-        {"SendDiSEqCCmd", static_cast<uint32_t>(DriverFunction::SendDiSEqCCmd)}};
+// The driver functions by the names SimulatedDriver.h gives them.
+constexpr std::array<NameCode, kDriverFunctions> functionTable() {
+    std::array<NameCode, kDriverFunctions> table{};
+    for (size_t f = 0; f < kDriverFunctions; ++f) {
+        table[f] = {kDriverFunctionNames[f], static_cast<uint32_t>(f)};
+    }
+    return table;
+}
+constexpr std::array<NameCode, kDriverFunctions> kFunctionTable = functionTable();
 
 // Driver functions that fail: {"Scan": {"result": -1, "first": 2}}.
 void readFaults(const Reader& r, const json& v, Misbehaviour& misbehaviour) {

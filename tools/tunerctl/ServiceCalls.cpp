@@ -63,12 +63,6 @@ void setCallTimeout(std::chrono::milliseconds timeout) {
     w.timeout = timeout;
 }
 
-std::chrono::milliseconds callTimeout() {
-    Watchdog& w = watchdog();
-    std::lock_guard<std::mutex> guard(w.lock);
-    return w.timeout;
-}
-
 void serviceLost(const std::string& during) {
     endWith("the tuner service died (during " + during + ")");
 }

@@ -13,7 +13,6 @@ namespace tunerctl {
 
 // How long any one answer of the service may take (--timeout; 10 s unless set).
 void setCallTimeout(std::chrono::milliseconds timeout);
-std::chrono::milliseconds callTimeout();
 
 [[noreturn]] void serviceLost(const std::string& during);
 

@@ -165,10 +165,6 @@ void SerialQueue::drain() {
     }
 }
 
-Status deadObject(const std::string& what) {
-    return Status::fromExceptionCode(Status::EX_TRANSACTION_FAILED, what.c_str());
-}
-
 void registerInterfaceTransport(const std::string& descriptor, InterfaceTransport transport) {
     transports()[descriptor] = std::move(transport);
 }

@@ -76,7 +76,6 @@ class Session : public std::enable_shared_from_this<Session> {
     // Where calls go: the calls pool serves two-way calls, the oneway pool oneway calls and
     // releases, in the order they were sent.
     void setPools(std::shared_ptr<ChannelPool> calls, std::shared_ptr<ChannelPool> oneway);
-    ChannelPool* onewayPool() { return mOneway.get(); }
 
     Status transact(uint64_t object, uint16_t method, capnp::MessageBuilder* request,
                     FunctionRef<void(IncomingReply&)>* onReply);

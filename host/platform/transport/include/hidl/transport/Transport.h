@@ -61,9 +61,6 @@ class SerialQueue : public std::enable_shared_from_this<SerialQueue> {
 class Session;
 class IncomingCall;
 
-// The status of a call that could not reach the other process.
-Status deadObject(const std::string& what);
-
 // How objects of one interface cross: the dispatch of an incoming call to a local object, the
 // proxy of a remote one. Each package's transport registers its interfaces.
 using StubDispatch = Status (*)(const sp<::android::hidl::base::V1_0::IBase>& object,
