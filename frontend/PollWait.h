@@ -4,11 +4,11 @@
 
 namespace android::hardware::tv::tuner::V1_0::implementation {
 
-// Something a poll wait can be cut short by: waitFor returns once the time has passed or, earlier,
-// once the reason to wait is gone (a scan that was stopped).
+// Something a poll wait can be cut short by: waitFor returns once the time has passed (true) or,
+// earlier, once the reason to wait is gone (false: a scan that was stopped).
 class PollInterrupt {
   public:
-    virtual void waitFor(uint32_t microseconds) = 0;
+    virtual bool waitFor(uint32_t microseconds) = 0;
 
   protected:
     ~PollInterrupt() = default;

@@ -59,7 +59,7 @@ void ScanControl::ifRunning(uint64_t generation, const std::function<void()>& ac
 void ScanControl::waitBeforePoll(uint64_t generation, uint32_t microseconds) {
     struct RunInterrupt : PollInterrupt {
         RunInterrupt(ScanControl& c, uint64_t g) : control(c), generation(g) {}
-        void waitFor(uint32_t us) override { control.waitWhileRunning(generation, us); }
+        bool waitFor(uint32_t us) override { return control.waitWhileRunning(generation, us); }
         ScanControl& control;
         const uint64_t generation;
     } interrupt(*this, generation);
@@ -70,16 +70,17 @@ void ScanControl::waitBeforePoll(uint64_t generation, uint32_t microseconds) {
     }
 }
 
-void ScanControl::waitWhileRunning(uint64_t generation, uint32_t microseconds) {
+bool ScanControl::waitWhileRunning(uint64_t generation, uint32_t microseconds) {
     using Clock = std::chrono::steady_clock;
     const Clock::time_point deadline = Clock::now() + std::chrono::microseconds(microseconds);
     Mutex::Autolock guard(mLock);
     while (isRunning(generation)) {
         const auto left = deadline - Clock::now();
-        if (left <= Clock::duration::zero()) break;
+        if (left <= Clock::duration::zero()) return true;
         mChanged.waitRelative(mLock,
                               std::chrono::duration_cast<std::chrono::nanoseconds>(left).count());
     }
+    return false;
 }
 
 ScanControl::Turn::Turn(ScanControl& control, uint64_t generation)

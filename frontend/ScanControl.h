@@ -86,7 +86,8 @@ class ScanControl {
 
   private:
     bool launchLocked(Entry entry, void* args, uint64_t generation) REQUIRES(mLock);
-    void waitWhileRunning(uint64_t generation, uint32_t microseconds);
+    // True when the time passed with the run still going.
+    bool waitWhileRunning(uint64_t generation, uint32_t microseconds);
 
     mutable Mutex mLock;
     Condition mChanged;                        // a run started, stopped or finished

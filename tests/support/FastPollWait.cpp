@@ -7,6 +7,7 @@
 #include <chrono>
 
 #include "frontend/PollWait.h"
+#include "recorder/TraceRecorder.h"
 #include "simulator/SimulatedDriver.h"
 
 namespace {
@@ -22,6 +23,8 @@ uint64_t simulatedNowUs() {
 
 const bool kClockSet = [] {
     mox::sim::simulator().setClock(simulatedNowUs);
+    // A recorded session is stamped with the same clock, so its times are the box's.
+    mox::trace::setTraceClock(simulatedNowUs);
     return true;
 }();
 

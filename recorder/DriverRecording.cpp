@@ -1,0 +1,126 @@
+// The driver boundary, recorded: the service is linked with --wrap for each entry point, so its
+// calls come here first and reach the maker's library through __real_*. With no recorder active a
+// call costs one load and a branch more.
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include "driver/MoxTuner.h"
+#include "recorder/TraceRecorder.h"
+
+using mox::trace::DriverCall;
+using mox::trace::DriverFunction;
+
+extern "C" {
+int __real_MOX_Tuner_Init(void);
+int __real_MOX_Tuner_GetCapabilities(MOX_TunerCapability_t* capability);
+int __real_MOX_Tuner_Scan(uint8_t tunerIndex, MOX_TunerParam_t param);
+int __real_MOX_Tuner_IsLocked(uint8_t tunerIndex);
+int __real_MOX_Tuner_GetInfo(uint8_t tunerIndex, MOX_TunerSignalInfo_t* info);
+int __real_MOX_Tuner_GetParamInfo(uint8_t tunerIndex, MOX_TunerParamInfo_t* info);
+int __real_MOX_Tuner_Release(uint8_t tunerIndex);
+int __real_MOX_Tuner_SetLNBMode(int32_t lnbId, uint32_t mode);
+int __real_MOX_Tuner_Set22KContinues(int32_t lnbId, uint32_t on);
+int __real_MOX_Tuner_SendDiSEqCToneBurst(int32_t lnbId, uint32_t burst);
+int __real_MOX_Tuner_SendDiSEqCCmd(int32_t lnbId, MOX_DiSEqCCmd_t cmd);
+int __real_MOX_DvbSetSMP(int path, int enable);
+}
+
+namespace {
+
+std::string bytesOf(const void* record, size_t size) {
+    return record != nullptr ? std::string(static_cast<const char*>(record), size) : std::string();
+}
+
+// Stamps the call as it starts, runs it, and hands the record to the sink.
+template <typename Run>
+int recorded(DriverFunction function, int64_t target, int64_t value, std::string in, Run run,
+             const void* filled = nullptr, size_t filledSize = 0) {
+    mox::trace::TraceSink* sink = mox::trace::activeSink();
+    if (sink == nullptr) return run();
+    const uint64_t timeUs = mox::trace::traceNowUs();
+    DriverCall call;
+    call.function = function;
+    call.target = target;
+    call.value = value;
+    call.in = std::move(in);
+    call.result = run();
+    call.out = bytesOf(filled, filledSize);
+    const int result = call.result;
+    sink->driverCall(timeUs, mox::trace::traceThread(), std::move(call));
+    return result;
+}
+
+// The buffer a driver fills, as the service handed it in, when recording.
+std::string before(const void* record, size_t size) {
+    return mox::trace::activeSink() != nullptr ? bytesOf(record, size) : std::string();
+}
+
+}  // namespace
+
+extern "C" {
+
+int __wrap_MOX_Tuner_Init(void) {
+    return recorded(DriverFunction::Init, 0, 0, {}, [] { return __real_MOX_Tuner_Init(); });
+}
+
+int __wrap_MOX_Tuner_GetCapabilities(MOX_TunerCapability_t* capability) {
+    return recorded(
+            DriverFunction::GetCapabilities, 0, 0, before(capability, sizeof(*capability)),
+            [&] { return __real_MOX_Tuner_GetCapabilities(capability); }, capability,
+            sizeof(*capability));
+}
+
+int __wrap_MOX_Tuner_Scan(uint8_t tunerIndex, MOX_TunerParam_t param) {
+    return recorded(DriverFunction::Scan, tunerIndex, 0, before(&param, sizeof(param)),
+                    [&] { return __real_MOX_Tuner_Scan(tunerIndex, param); });
+}
+
+int __wrap_MOX_Tuner_IsLocked(uint8_t tunerIndex) {
+    return recorded(DriverFunction::IsLocked, tunerIndex, 0, {},
+                    [&] { return __real_MOX_Tuner_IsLocked(tunerIndex); });
+}
+
+int __wrap_MOX_Tuner_GetInfo(uint8_t tunerIndex, MOX_TunerSignalInfo_t* info) {
+    return recorded(
+            DriverFunction::GetInfo, tunerIndex, 0, before(info, sizeof(*info)),
+            [&] { return __real_MOX_Tuner_GetInfo(tunerIndex, info); }, info, sizeof(*info));
+}
+
+int __wrap_MOX_Tuner_GetParamInfo(uint8_t tunerIndex, MOX_TunerParamInfo_t* info) {
+    return recorded(
+            DriverFunction::GetParamInfo, tunerIndex, 0, before(info, sizeof(*info)),
+            [&] { return __real_MOX_Tuner_GetParamInfo(tunerIndex, info); }, info, sizeof(*info));
+}
+
+int __wrap_MOX_Tuner_Release(uint8_t tunerIndex) {
+    return recorded(DriverFunction::Release, tunerIndex, 0, {},
+                    [&] { return __real_MOX_Tuner_Release(tunerIndex); });
+}
+
+int __wrap_MOX_Tuner_SetLNBMode(int32_t lnbId, uint32_t mode) {
+    return recorded(DriverFunction::SetLnbMode, lnbId, mode, {},
+                    [&] { return __real_MOX_Tuner_SetLNBMode(lnbId, mode); });
+}
+
+int __wrap_MOX_Tuner_Set22KContinues(int32_t lnbId, uint32_t on) {
+    return recorded(DriverFunction::Set22kContinues, lnbId, on, {},
+                    [&] { return __real_MOX_Tuner_Set22KContinues(lnbId, on); });
+}
+
+int __wrap_MOX_Tuner_SendDiSEqCToneBurst(int32_t lnbId, uint32_t burst) {
+    return recorded(DriverFunction::SendToneBurst, lnbId, burst, {},
+                    [&] { return __real_MOX_Tuner_SendDiSEqCToneBurst(lnbId, burst); });
+}
+
+int __wrap_MOX_Tuner_SendDiSEqCCmd(int32_t lnbId, MOX_DiSEqCCmd_t cmd) {
+    return recorded(DriverFunction::SendDiseqcCommand, lnbId, 0, before(&cmd, sizeof(cmd)),
+                    [&] { return __real_MOX_Tuner_SendDiSEqCCmd(lnbId, cmd); });
+}
+
+int __wrap_MOX_DvbSetSMP(int path, int enable) {
+    return recorded(DriverFunction::SetSecureMediaPath, path, enable, {},
+                    [&] { return __real_MOX_DvbSetSMP(path, enable); });
+}
+
+}  // extern "C"
