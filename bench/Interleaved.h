@@ -20,8 +20,12 @@ inline double median(std::vector<double> values) {
     return values[values.size() / 2];
 }
 
-template <typename Path, typename Floor>
-void interleaved(benchmark::State& state, Path path, Floor floor, int chunk = 256) {
+inline void nothing() {}
+
+// between() runs after each pair of chunks, outside the timing (a pace the path needs).
+template <typename Path, typename Floor, typename Between = void (*)()>
+void interleaved(benchmark::State& state, Path path, Floor floor, int chunk = 256,
+                 Between between = nothing) {
     using Clock = std::chrono::steady_clock;
     std::vector<double> pathNs;
     std::vector<double> floorNs;
@@ -39,6 +43,7 @@ void interleaved(benchmark::State& state, Path path, Floor floor, int chunk = 25
         pathAllocations += allocations() - a1;
         floorNs.push_back(std::chrono::duration<double, std::nano>(t1 - t0).count() / chunk);
         pathNs.push_back(std::chrono::duration<double, std::nano>(t2 - t1).count() / chunk);
+        between();
     }
     const double calls = static_cast<double>(state.iterations()) * chunk;
     state.counters["ns"] = median(pathNs);

@@ -130,3 +130,22 @@ write("transport_fuzzer", "ping-chain-descriptor",
 write("transport_fuzzer", "oneway-to-the-root", b"\x01" + frame(ONEWAY, 0, 1, 0))
 write("transport_fuzzer", "hello-twice", b"\x00" + frame(HELLO, 1) + frame(HELLO, 1))
 write("transport_fuzzer", "unknown-object", b"\x01" + frame(CALL, 0, 99))
+
+
+# The trace reader: a header without the capability record and, per seed, the first records of
+# each kind a committed trace holds (records past a few hundred bytes are left out: max_len).
+def trace_seed(name, kinds):
+    path = os.path.join(HERE, "..", "tests", "traces", name + ".jsonl")
+    lines = ['{"trace":"mox-tuner","version":1,"capabilities":null}']
+    with open(path) as f:
+        for line in f.read().splitlines()[1:]:
+            for kind in list(kinds):
+                if '"%s":' % kind in line and len(line) < 400:
+                    lines.append(line)
+                    kinds.remove(kind)
+    write("trace_reader_fuzzer", name, ("\n".join(lines) + "\n").encode())
+
+
+trace_seed("terrestrial-tune-status", ["driver", "call", "return", "callback", "end"])
+trace_seed("satellite-diseqc", ["driver", "call", "return", "end"])
+trace_seed("cable-blind-sweep", ["callback", "driver", "end"])

@@ -152,6 +152,11 @@ FileRecorder::~FileRecorder() {
     close(mWakeWrite);
 }
 
+uint64_t FileRecorder::dropped() const {
+    android::Mutex::Autolock guard(mLock);
+    return mDropped;
+}
+
 void FileRecorder::handleTermination() {
     struct sigaction current {};
     if (sigaction(SIGTERM, nullptr, &current) != 0 || current.sa_handler != SIG_DFL) return;

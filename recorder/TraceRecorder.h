@@ -65,6 +65,8 @@ class FileRecorder final : public TraceSink {
     void interfaceRecord(uint64_t timeUs, uint32_t thread, std::string&& body) override;
     // Writes what is queued and the end record, then closes the file; later records are dropped.
     void finish(const char* why);
+    // Records dropped so far because the writer fell behind by kMaxQueuedRecords.
+    uint64_t dropped() const;
     // Lets a SIGTERM end the recording first: installed only where nothing else handles it.
     void handleTermination();
     ~FileRecorder() override;
@@ -86,7 +88,7 @@ class FileRecorder final : public TraceSink {
     void writeOut(const std::string& text);
     void writeEnd(const char* why);
 
-    android::Mutex mLock;
+    mutable android::Mutex mLock;
     std::vector<Entry> mQueue GUARDED_BY(mLock);
     uint64_t mDropped GUARDED_BY(mLock) = 0;
     bool mClosed GUARDED_BY(mLock) = false;
