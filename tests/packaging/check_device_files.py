@@ -25,7 +25,8 @@ def read(path):
 
 
 bp = read("Android.bp")
-bp_sources = set(re.findall(r'"([\w/]+\.cpp)"', bp))
+generated = set(re.findall(r'"(\w+\.cpp)"', "".join(re.findall(r"out: \[(.*?)\]", bp, re.S))))
+bp_sources = set(re.findall(r'"([\w/]+\.cpp)"', bp)) - generated
 for source in sorted(bp_sources):
     check((ROOT / source).is_file(), f"Android.bp lists {source}, which does not exist")
 cmake = read("CMakeLists.txt")
@@ -64,6 +65,25 @@ except ElementTree.ParseError as error:
 
 check(f'registerAsService("{INSTANCE}")' in read("service/ServiceMain.cpp"),
       f"the service does not register as {INSTANCE}")
+
+# Recording a session: the variant of the service names its trace in the directory whose type the
+# policy declares and lets the service write.
+trace = re.search(r"setenv MOX_TUNER_TRACE (/data/vendor/\w+)/", rc)
+check(trace is not None, f"{init_rc} has no recording variant of the service")
+check("MOX_TUNER_TRACE" in read("recorder/TraceRecorder.h"), "the recorder reads another variable")
+if trace is not None:
+    directory = trace.group(1)
+    check(f"mkdir {directory} " in rc, f"{init_rc} does not make {directory}")
+    entry = next((line for line in read("sepolicy/file_contexts").splitlines()
+                  if line.split() and re.fullmatch(line.split()[0], directory + "/trace.jsonl")),
+                 None)
+    check(entry is not None, f"sepolicy/file_contexts gives {directory} no type")
+    if entry is not None:
+        trace_type = re.search(r"u:object_r:(\w+):s0", entry).group(1)
+        te_text = read("sepolicy/hal_tv_tuner_mox.te")
+        check(f"type {trace_type}," in te_text, f"{trace_type} is not declared")
+        check(f"allow hal_tv_tuner_mox {trace_type}:file create_file_perms;" in te_text,
+              f"the service may not create files of {trace_type}")
 
 file_contexts = read("sepolicy/file_contexts")
 exec_line = next((line for line in file_contexts.splitlines()
