@@ -206,7 +206,7 @@ int Replay::answer(DriverCall& call, void* filled, const std::function<int()>& f
                 // unless the trace ends first.
                 if (extra == 0) {
                     extra = ++mNextExtra;
-                    mExtras[extra] = {mLastLineOf[channel], came};
+                    mExtras[extra] = {lastLineOf(channel), came};
                 } else if (mExtras.count(extra) == 0) {
                     break;  // reported, and let go to the simulator
                 }
@@ -233,6 +233,11 @@ int Replay::answer(DriverCall& call, void* filled, const std::function<int()>& f
         mExtras.erase(extra);
     }
     return fallback();
+}
+
+int Replay::lastLineOf(const std::string& key) const {
+    const auto found = mLastLineOf.find(key);
+    return found != mLastLineOf.end() ? found->second : 1;
 }
 
 bool Replay::driverReadyLocked(size_t index) const {
@@ -278,7 +283,7 @@ void Replay::compareCallback(const nlohmann::json& came, const std::string& text
             if (mPrefix >= mConsumed.size()) break;
             if (extra == 0) {
                 extra = ++mNextExtra;
-                mExtras[extra] = {mLastLineOf[key], text};
+                mExtras[extra] = {lastLineOf(key), text};
             } else if (mExtras.count(extra) == 0) {
                 break;
             }

@@ -75,6 +75,8 @@ class Replay final : public TraceSink {
     void stalledLocked() REQUIRES(mLock);
     void skipLocked(size_t index) REQUIRES(mLock);
     void waitLocked(std::chrono::microseconds bound) REQUIRES(mLock);
+    // The line of the last record of a channel or object: where a call beyond them came.
+    int lastLineOf(const std::string& key) const;
     void compareReturn(const nlohmann::json& came, const std::string& text);
     void compareCallback(const nlohmann::json& came, const std::string& text);
 
@@ -89,7 +91,8 @@ class Replay final : public TraceSink {
     size_t mNextCall GUARDED_BY(mLock) = 0;
     std::map<std::string, std::deque<size_t>> mChannels GUARDED_BY(mLock);
     std::map<uint32_t, std::deque<size_t>> mCallbacks GUARDED_BY(mLock);
-    std::map<std::string, int> mLastLineOf;  // of each channel's and object's records
+    std::map<std::string, int> mLastLineOf;  // of each channel's and object's records; const
+                                             // after construction
     std::map<uint32_t, Caller> mCallers GUARDED_BY(mLock);
     size_t mCallersDone GUARDED_BY(mLock) = 0;
     // Calls and callbacks the trace has no record for, waiting for the trace to end.

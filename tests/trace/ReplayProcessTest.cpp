@@ -52,7 +52,8 @@ class ReplayProcessTest : public ::testing::Test {
         argv.insert(argv.end(), args.begin(), args.end());
         const ProgramRun run =
                 startProgram(argv, std::string(getenv("MOX_HIDL_SERVICE_DIR")) + "/replay");
-        const int status = finishProgram(run);
+        // A replay waits up to 2 s (10 s under a sanitizer) for a record that does not come.
+        const int status = finishProgram(run, std::chrono::seconds(60));
         output = readFile(run.out);
         mErrors = readFile(run.err);
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
