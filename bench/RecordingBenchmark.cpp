@@ -9,10 +9,8 @@
 
 #include "Interleaved.h"
 #include "driver/MoxTuner.h"
+#include "recorder/RealDriver.h"
 #include "recorder/TraceRecorder.h"
-
-extern "C" int __real_MOX_Tuner_GetInfo(uint8_t tunerIndex, MOX_TunerSignalInfo_t* info);
-extern "C" int __real_MOX_Tuner_IsLocked(uint8_t tunerIndex);
 
 namespace {
 
@@ -21,6 +19,18 @@ namespace {
 constexpr int kChunk = 64;
 void pace() {
     usleep(2000);
+}
+
+void getInfoWrapped() {
+    MOX_TunerSignalInfo_t info;
+    memset(&info, 0, sizeof(info));
+    benchmark::DoNotOptimize(MOX_Tuner_GetInfo(0, &info));
+}
+
+void getInfoDirect() {
+    MOX_TunerSignalInfo_t info;
+    memset(&info, 0, sizeof(info));
+    benchmark::DoNotOptimize(__real_MOX_Tuner_GetInfo(0, &info));
 }
 
 long writesOfThisThread() {
@@ -59,19 +69,7 @@ class Recording {
 void BM_GetInfoRecordedVsDirect(benchmark::State& state) {
     Recording recording;
     const long writesBefore = writesOfThisThread();
-    bench::interleaved(
-            state,
-            [] {
-                MOX_TunerSignalInfo_t info;
-                memset(&info, 0, sizeof(info));
-                benchmark::DoNotOptimize(MOX_Tuner_GetInfo(0, &info));
-            },
-            [] {
-                MOX_TunerSignalInfo_t info;
-                memset(&info, 0, sizeof(info));
-                benchmark::DoNotOptimize(__real_MOX_Tuner_GetInfo(0, &info));
-            },
-            kChunk, pace);
+    bench::interleaved(state, getInfoWrapped, getInfoDirect, kChunk, pace);
     state.counters["added_ns"] = state.counters["ns"] - state.counters["floor_ns"];
     state.counters["caller_writes"] = static_cast<double>(writesOfThisThread() - writesBefore);
     state.counters["dropped"] = static_cast<double>(recording.dropped());
@@ -91,18 +89,7 @@ void BM_IsLockedRecordedVsDirect(benchmark::State& state) {
 // The layer linked in but not recording: what every call pays on a box that records nothing.
 void BM_GetInfoNotRecordingVsDirect(benchmark::State& state) {
     mox::trace::setActiveSink(nullptr);
-    bench::interleaved(
-            state,
-            [] {
-                MOX_TunerSignalInfo_t info;
-                memset(&info, 0, sizeof(info));
-                benchmark::DoNotOptimize(MOX_Tuner_GetInfo(0, &info));
-            },
-            [] {
-                MOX_TunerSignalInfo_t info;
-                memset(&info, 0, sizeof(info));
-                benchmark::DoNotOptimize(__real_MOX_Tuner_GetInfo(0, &info));
-            });
+    bench::interleaved(state, getInfoWrapped, getInfoDirect);
     state.counters["added_ns"] = state.counters["ns"] - state.counters["floor_ns"];
 }
 

@@ -15,7 +15,6 @@ handed to; interfaces the service hands out are numbered once per object.
 usage: hal_to_trace.py PACKAGE HAL_DIR --import-package PKG DIR -o OUT --stem STEM
                        --record IFoo,IBar,...
 """
-import argparse
 import os
 import sys
 
@@ -454,25 +453,10 @@ class Writer:
 
 
 def main():
-    ap = argparse.ArgumentParser()
-    ap.add_argument('package')
-    ap.add_argument('hal_dir')
-    ap.add_argument('--import-package', nargs=2, action='append', default=[],
-                    metavar=('PACKAGE', 'DIR'))
-    ap.add_argument('-o', dest='out', required=True)
-    ap.add_argument('--stem', required=True)
+    ap = hal.arguments()
     ap.add_argument('--record', required=True)
     args = ap.parse_args()
-
-    imported = {}
-    for package, directory in args.import_package:
-        decls = {}
-        hal.load(package, directory, decls)
-        for name, decl in decls.items():
-            imported[name] = (hal.cpp_namespace(package), decl)
-    decls = {}
-    hal.load(args.package, args.hal_dir, decls)
-    pkg = hal.Package(args.package, decls, imported)
+    pkg = hal.load_package(args)
     writer = Writer(pkg, args.stem, args.record.split(','))
 
     os.makedirs(args.out, exist_ok=True)

@@ -717,7 +717,8 @@ def load(package, hal_dir, decls):
                 Parser(tokenize(f.read()), package, decls).parse_file()
 
 
-def main():
+def arguments():
+    """The command line both generators take: a package, its directory, what it imports."""
     ap = argparse.ArgumentParser()
     ap.add_argument('package')
     ap.add_argument('hal_dir')
@@ -725,8 +726,10 @@ def main():
                     metavar=('PACKAGE', 'DIR'))
     ap.add_argument('-o', dest='out', required=True)
     ap.add_argument('--stem', required=True)
-    args = ap.parse_args()
+    return ap
 
+
+def load_package(args):
     imported = {}
     for package, directory in args.import_package:
         decls = {}
@@ -735,7 +738,12 @@ def main():
             imported[name] = (cpp_namespace(package), decl)
     decls = {}
     load(args.package, args.hal_dir, decls)
-    pkg = Package(args.package, decls, imported)
+    return Package(args.package, decls, imported)
+
+
+def main():
+    args = arguments().parse_args()
+    pkg = load_package(args)
 
     os.makedirs(args.out, exist_ok=True)
     schema = args.stem + '.capnp'
