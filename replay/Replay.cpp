@@ -111,16 +111,19 @@ bool Replay::run() {
         mLastProgress = Clock::now();
     }
     for (uint32_t thread : callers) mThreads.emplace_back([this, thread] { callerLoop(thread); });
+    bool stopped;
     {
         android::Mutex::Autolock guard(mLock);
         while (!mStopped && !doneLocked()) {
             waitLocked(std::chrono::milliseconds(50));
             if (Clock::now() - mLastProgress > kStall) stalledLocked();
         }
-        if (mStopped) return false;  // the service may be stuck: its threads are left as they are
+        stopped = mStopped;
     }
-    for (std::thread& t : mThreads) t.join();
+    // After a divergence a caller may be stuck in a call the trace will not answer: let it be.
+    for (std::thread& t : mThreads) stopped ? t.detach() : t.join();
     mThreads.clear();
+    if (stopped) return false;
     android::Mutex::Autolock guard(mLock);
     return mDivergences.empty();
 }
