@@ -12,7 +12,7 @@ namespace {
 using android::sp;
 using android::hidl::base::V1_0::IBase;
 
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__) || defined(TUNER_UNDER_EMULATION)
 constexpr int kSlowdown = 5;
 #elif defined(__has_feature)
 #if __has_feature(thread_sanitizer) || __has_feature(address_sanitizer)

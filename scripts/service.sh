@@ -38,6 +38,16 @@ check_own_file() {
   fi
 }
 
+# Whether process $1 runs the binary: natively, or (a box's architecture on this machine) as the
+# program qemu-user was started on by the kernel.
+running_binary() {
+  local exe
+  exe=$(readlink "/proc/$1/exe" 2>/dev/null) || return 1
+  [ "$exe" = "$binary" ] && return 0
+  case "$exe" in /usr/bin/qemu-*-static) ;; *) return 1 ;; esac
+  [ "$(tr '\0' '\n' < "/proc/$1/cmdline" | sed -n 2p)" = "$binary" ]
+}
+
 # The service's pid, when the pid file names a live process of this user running the binary.
 service_pid() {
   [ -f "$pidfile" ] && [ ! -L "$pidfile" ] || return 1
@@ -45,7 +55,7 @@ service_pid() {
   pid=$(head -c 32 "$pidfile")
   case "$pid" in ''|*[!0-9]*) return 1 ;; esac
   [ "$(stat -c %u "/proc/$pid" 2>/dev/null)" = "$(id -u)" ] || return 1
-  [ "$(readlink "/proc/$pid/exe" 2>/dev/null)" = "$binary" ] || return 1
+  running_binary "$pid" || return 1
   echo "$pid"
 }
 

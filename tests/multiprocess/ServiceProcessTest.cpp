@@ -29,7 +29,7 @@ using namespace std::chrono_literals;
 using namespace testing_support;
 
 // How long the service may take to end on SIGTERM (a sanitizer's exit report takes longer).
-constexpr auto kExitBound = kUnderSanitizer ? 1000ms : 100ms;
+constexpr auto kExitBound = kUnderSanitizer || kUnderEmulation ? 1000ms : 100ms;
 
 std::string dumpOf(const sp<ITuner>& tuner) {
     return ::android::hardware::debugDump(tuner);

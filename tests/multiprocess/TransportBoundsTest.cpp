@@ -31,7 +31,7 @@ constexpr uint16_t kGetFrontendInfo = 5;  // its place in ITuner.hal
 
 // What the service's resident memory may have grown by once a hostile peer is gone: the heap keeps
 // some of what it freed, and a sanitizer's shadow of it more.
-constexpr size_t kResidentSlackKiB = kUnderSanitizer ? 16 * 1024 : 4 * 1024;
+constexpr size_t kResidentSlackKiB = kUnderSanitizer || kUnderEmulation ? 16 * 1024 : 4 * 1024;
 
 // A peer that writes the transport's frames by hand.
 class RawPeer {

@@ -24,6 +24,14 @@ constexpr bool kUnderSanitizer = false;
 constexpr bool kUnderSanitizer = false;
 #endif
 
+// Built for a box's architecture and run under qemu-user: slower, and qemu's translated code
+// counts in a process's resident memory.
+#ifdef TUNER_UNDER_EMULATION
+constexpr bool kUnderEmulation = true;
+#else
+constexpr bool kUnderEmulation = false;
+#endif
+
 bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds bound = kBound);
 // Waits for a child process, killing it if it outlives the bound; its wait status, or -1.
 int waitForChild(pid_t pid, std::chrono::milliseconds bound = kBound);
