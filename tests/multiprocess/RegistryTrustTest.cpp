@@ -124,6 +124,27 @@ TEST_F(RegistryTrustTest, AClientLeavesAloneWhatIsNoStaleSocketOfTheOwner) {
     EXPECT_EQ(readFile(path), "keep");
 }
 
+// A client refused by a dead service's socket removes nothing: a new instance may have renamed its
+// own socket into place since the refusal, and removing that one would hide the service for good.
+TEST_F(RegistryTrustTest, AClientRefusedByADeadServicesSocketRemovesNothing) {
+    const std::string path = serviceSocketPath(ITuner::descriptor, "default");
+    const int dead = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    ASSERT_LT(path.size(), sizeof(address.sun_path));
+    strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+    ASSERT_EQ(bind(dead, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+    ASSERT_EQ(chmod(path.c_str(), 0600), 0);
+    close(dead);  // bound, never listened on: a connect is refused, as at a dead service's
+    struct stat before {};
+    ASSERT_EQ(lstat(path.c_str(), &before), 0);
+    pid_t client = forkClient([] { return ITuner::getService() == nullptr ? 0 : 1; });
+    EXPECT_EQ(waitForChild(client), 0);
+    struct stat after {};
+    ASSERT_EQ(lstat(path.c_str(), &after), 0) << "the entry was removed";
+    EXPECT_EQ(after.st_ino, before.st_ino);
+}
+
 TEST_F(RegistryTrustTest, AClientRefusesASocketServedByAnotherUser) {
     if (geteuid() != 0) GTEST_SKIP() << "needs root to serve a socket as another user";
     const std::string path = serviceSocketPath(ITuner::descriptor, "default");

@@ -116,15 +116,6 @@ int connectToOwner(const std::string& path, uid_t owner, int& fd) {
     return EPERM;
 }
 
-// A socket nobody answers on is removed when it is what a dead service of the owner left: a
-// socket of the owner's, nothing else.
-void removeIfStale(const std::string& path, uid_t owner) {
-    struct stat st {};
-    if (lstat(path.c_str(), &st) == 0 && S_ISSOCK(st.st_mode) && st.st_uid == owner) {
-        unlink(path.c_str());
-    }
-}
-
 int openJoined(const std::string& path, uid_t owner, SocketRole role, uint64_t token) {
     int fd = -1;
     if (connectToOwner(path, owner, fd) != 0) return -1;
@@ -159,9 +150,10 @@ std::shared_ptr<Session> openSession(const std::string& path, const std::string&
     uid_t owner = 0;
     if (!trustedDirectory(serviceDirectory(), owner)) return nullptr;
     int fd = -1;
-    const int error = connectToOwner(path, owner, fd);
-    if (error == ECONNREFUSED) removeIfStale(path, owner);
-    if (error != 0) return nullptr;
+    // A client never removes an entry, even one nobody answers on: between its refused connect
+    // and the removal a new instance may have renamed its socket into place. The new instance's
+    // rename replaces the stale one.
+    if (connectToOwner(path, owner, fd) != 0) return nullptr;
     uint64_t token = 0;
     if (!handshake(fd, kRoleCalls, 0, token)) {
         closeTrackedFd(fd);

@@ -86,8 +86,8 @@ sp<::android::hidl::base::V1_0::IBase> wrapPassthroughBase(
 // The registry of services across processes: one socket per instance in a directory
 // ($MOX_HIDL_SERVICE_DIR, else /tmp/mox-hidl-<uid>). A service publishes only in a real directory
 // of its own user that no one else may write to, and its sockets are 0600. A client trusts a
-// socket only when the process answering on it runs as the directory's owner; a socket of that
-// owner nobody answers on is a stale entry of a dead service and is removed.
+// socket only when the process answering on it runs as the directory's owner, and removes
+// nothing: a socket nobody answers on (a dead service's) stays until a new instance's replaces it.
 status_t publishService(const sp<::android::hidl::base::V1_0::IBase>& service,
                         const std::string& descriptor, const std::string& name);
 // Removes the sockets this process published (when its pool is told to stop).
