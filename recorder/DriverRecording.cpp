@@ -14,14 +14,25 @@ using mox::trace::DriverFunction;
 
 namespace {
 
-std::string bytesOf(const void* record, size_t size) {
-    return record != nullptr ? std::string(static_cast<const char*>(record), size) : std::string();
+// A driver record in memory: copied only when a call is recorded.
+struct Record {
+    const void* bytes = nullptr;
+    size_t size = 0;
+    std::string copy() const {
+        return bytes != nullptr ? std::string(static_cast<const char*>(bytes), size) : std::string();
+    }
+};
+
+template <typename T>
+Record record(const T* value) {
+    return {value, sizeof(T)};
 }
 
-// Stamps the call as it starts, runs it, and hands the record to the sink.
+// Stamps the call as it starts, runs it, and hands the record to the sink: the record passed in
+// as it went in (for a buffer the driver fills, before it fills it) and the one it filled.
 template <typename Run>
-int recorded(DriverFunction function, int64_t target, int64_t value, std::string in, Run run,
-             const void* filled = nullptr, size_t filledSize = 0) {
+int recorded(DriverFunction function, int64_t target, int64_t value, Record in, Run run,
+             Record filled = {}) {
     mox::trace::TraceSink* sink = mox::trace::activeSink();
     if (sink == nullptr) return run();
     const uint64_t timeUs = mox::trace::traceNowUs();
@@ -29,17 +40,12 @@ int recorded(DriverFunction function, int64_t target, int64_t value, std::string
     call.function = function;
     call.target = target;
     call.value = value;
-    call.in = std::move(in);
+    call.in = in.copy();
     call.result = run();
-    call.out = bytesOf(filled, filledSize);
+    call.out = filled.copy();
     const int result = call.result;
     sink->driverCall(timeUs, mox::trace::traceThread(), std::move(call));
     return result;
-}
-
-// The buffer a driver fills, as the service handed it in, when recording.
-std::string before(const void* record, size_t size) {
-    return mox::trace::activeSink() != nullptr ? bytesOf(record, size) : std::string();
 }
 
 }  // namespace
@@ -52,13 +58,12 @@ int __wrap_MOX_Tuner_Init(void) {
 
 int __wrap_MOX_Tuner_GetCapabilities(MOX_TunerCapability_t* capability) {
     return recorded(
-            DriverFunction::GetCapabilities, 0, 0, before(capability, sizeof(*capability)),
-            [&] { return __real_MOX_Tuner_GetCapabilities(capability); }, capability,
-            sizeof(*capability));
+            DriverFunction::GetCapabilities, 0, 0, record(capability),
+            [&] { return __real_MOX_Tuner_GetCapabilities(capability); }, record(capability));
 }
 
 int __wrap_MOX_Tuner_Scan(uint8_t tunerIndex, MOX_TunerParam_t param) {
-    return recorded(DriverFunction::Scan, tunerIndex, 0, before(&param, sizeof(param)),
+    return recorded(DriverFunction::Scan, tunerIndex, 0, record(&param),
                     [&] { return __real_MOX_Tuner_Scan(tunerIndex, param); });
 }
 
@@ -69,14 +74,14 @@ int __wrap_MOX_Tuner_IsLocked(uint8_t tunerIndex) {
 
 int __wrap_MOX_Tuner_GetInfo(uint8_t tunerIndex, MOX_TunerSignalInfo_t* info) {
     return recorded(
-            DriverFunction::GetInfo, tunerIndex, 0, before(info, sizeof(*info)),
-            [&] { return __real_MOX_Tuner_GetInfo(tunerIndex, info); }, info, sizeof(*info));
+            DriverFunction::GetInfo, tunerIndex, 0, record(info),
+            [&] { return __real_MOX_Tuner_GetInfo(tunerIndex, info); }, record(info));
 }
 
 int __wrap_MOX_Tuner_GetParamInfo(uint8_t tunerIndex, MOX_TunerParamInfo_t* info) {
     return recorded(
-            DriverFunction::GetParamInfo, tunerIndex, 0, before(info, sizeof(*info)),
-            [&] { return __real_MOX_Tuner_GetParamInfo(tunerIndex, info); }, info, sizeof(*info));
+            DriverFunction::GetParamInfo, tunerIndex, 0, record(info),
+            [&] { return __real_MOX_Tuner_GetParamInfo(tunerIndex, info); }, record(info));
 }
 
 int __wrap_MOX_Tuner_Release(uint8_t tunerIndex) {
@@ -100,7 +105,7 @@ int __wrap_MOX_Tuner_SendDiSEqCToneBurst(int32_t lnbId, uint32_t burst) {
 }
 
 int __wrap_MOX_Tuner_SendDiSEqCCmd(int32_t lnbId, MOX_DiSEqCCmd_t cmd) {
-    return recorded(DriverFunction::SendDiseqcCommand, lnbId, 0, before(&cmd, sizeof(cmd)),
+    return recorded(DriverFunction::SendDiseqcCommand, lnbId, 0, record(&cmd),
                     [&] { return __real_MOX_Tuner_SendDiSEqCCmd(lnbId, cmd); });
 }
 
