@@ -389,6 +389,9 @@ bool Session::installCallsIn(int fd) {
         mSockets.push_back(fd);
     }
     mCalls->install(fd);
+    // A kill between the check above and the install found the pool empty: the socket would
+    // stay open for as long as anything holds the dead session.
+    if (!isAlive()) mCalls->closeAll();
     return true;
 }
 
