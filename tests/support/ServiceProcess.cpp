@@ -7,7 +7,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <fstream>
+#include <map>
+#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -86,13 +89,76 @@ std::string readFile(const std::string& path) {
     return text.str();
 }
 
-size_t openDescriptors(pid_t pid) {
-    size_t count = 0;
-    if (DIR* dir = opendir(("/proc/" + std::to_string(pid) + "/fd").c_str())) {
-        while (dirent* entry = readdir(dir)) count += entry->d_name[0] != '.';
+namespace {
+
+// Each open descriptor of a process and what it is ("socket:[1234]").
+std::map<std::string, std::string> descriptorTargets(pid_t pid) {
+    const std::string folder = "/proc/" + std::to_string(pid) + "/fd/";
+    std::map<std::string, std::string> targets;
+    if (DIR* dir = opendir(folder.c_str())) {
+        while (dirent* entry = readdir(dir)) {
+            if (entry->d_name[0] == '.') continue;
+            char target[256] = {};
+            const ssize_t n = readlink((folder + entry->d_name).c_str(), target, sizeof(target) - 1);
+            targets[entry->d_name] = n > 0 ? target : "?";
+        }
         closedir(dir);
     }
+    return targets;
+}
+
+// The processes a process started, by their pid.
+std::vector<pid_t> childrenOf(pid_t parent) {
+    std::vector<pid_t> children;
+    if (DIR* dir = opendir("/proc")) {
+        while (dirent* entry = readdir(dir)) {
+            const pid_t pid = pid_t(atoi(entry->d_name));
+            if (pid <= 0) continue;
+            // "pid (name) state ppid ...": the name may hold spaces and parentheses.
+            const std::string stat = readFile("/proc/" + std::to_string(pid) + "/stat");
+            const size_t close = stat.rfind(')');
+            if (close == std::string::npos) continue;
+            std::istringstream rest(stat.substr(close + 1));
+            std::string state;
+            pid_t ppid = 0;
+            if (rest >> state >> ppid && ppid == parent) children.push_back(pid);
+        }
+        closedir(dir);
+    }
+    return children;
+}
+
+// What a process shares with processes it started. The service starts none itself; a sanitizer's
+// runtime starts its symbolizer the first time it must name a stack (a suppressed report too)
+// and talks to it over two pipes it keeps: those are no peer's doing.
+std::set<std::string> sharedWithChildren(pid_t pid) {
+    std::set<std::string> shared;
+    for (pid_t child : childrenOf(pid)) {
+        for (const auto& entry : descriptorTargets(child)) shared.insert(entry.second);
+    }
+    return shared;
+}
+
+}  // namespace
+
+size_t openDescriptors(pid_t pid) {
+    const std::set<std::string> helpers = sharedWithChildren(pid);
+    size_t count = 0;
+    for (const auto& entry : descriptorTargets(pid)) count += helpers.count(entry.second) == 0;
     return count;
+}
+
+std::string describeDescriptors(pid_t pid) {
+    std::string text;
+    for (const auto& entry : descriptorTargets(pid)) {
+        text += entry.first + " -> " + entry.second + "\n";
+    }
+    for (pid_t child : childrenOf(pid)) {
+        std::string command = readFile("/proc/" + std::to_string(child) + "/cmdline");
+        for (char& c : command) c = c == '\0' ? ' ' : c;
+        text += "child " + std::to_string(child) + ": " + command + "\n";
+    }
+    return text;
 }
 
 size_t residentKiB(pid_t pid) {
