@@ -128,13 +128,15 @@ std::vector<pid_t> childrenOf(pid_t parent) {
     return children;
 }
 
-// What a process shares with processes it started. The service starts none itself; a sanitizer's
-// runtime starts its symbolizer the first time it must name a stack (a suppressed report too)
-// and talks to it over two pipes it keeps: those are no peer's doing.
-std::set<std::string> sharedWithChildren(pid_t pid) {
+// The pipes a process shares with processes it started. The service starts none itself; a
+// sanitizer's runtime starts its symbolizer the first time it must name a stack (a suppressed
+// report too) and talks to it over two pipes it keeps: those are no peer's doing.
+std::set<std::string> pipesToChildren(pid_t pid) {
     std::set<std::string> shared;
     for (pid_t child : childrenOf(pid)) {
-        for (const auto& entry : descriptorTargets(child)) shared.insert(entry.second);
+        for (const auto& entry : descriptorTargets(child)) {
+            if (entry.second.rfind("pipe:", 0) == 0) shared.insert(entry.second);
+        }
     }
     return shared;
 }
@@ -142,7 +144,7 @@ std::set<std::string> sharedWithChildren(pid_t pid) {
 }  // namespace
 
 size_t openDescriptors(pid_t pid) {
-    const std::set<std::string> helpers = sharedWithChildren(pid);
+    const std::set<std::string> helpers = pipesToChildren(pid);
     size_t count = 0;
     for (const auto& entry : descriptorTargets(pid)) count += helpers.count(entry.second) == 0;
     return count;

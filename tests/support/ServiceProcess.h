@@ -52,8 +52,8 @@ int finishProgram(const ProgramRun& run, std::chrono::milliseconds bound = kBoun
 pid_t forkClient(const std::function<int()>& body);
 std::string readFile(const std::string& path);
 
-// What a process holds: its open descriptors (not counting those it shares with processes it
-// started) and its resident memory.
+// What a process holds: its open descriptors (not counting pipes to processes it started) and its
+// resident memory.
 size_t openDescriptors(pid_t pid);
 // What each descriptor is ("3 -> socket:[1234]"), one a line, and the processes it started: for a
 // failure's message.
