@@ -41,10 +41,11 @@ pid_t spawnService(const std::string& log, int descriptorLimit, const char* bina
     if (pid != 0) return pid;
     const int fd = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (fd >= 0) dup2(fd, STDERR_FILENO);
-    // What a sanitizer keeps of freed memory would hide whether the service gives memory back.
-    if (const char* asan = getenv("ASAN_OPTIONS")) {
-        setenv("ASAN_OPTIONS", (std::string(asan) + ":quarantine_size_mb=0").c_str(), 1);
-    }
+    // What a sanitizer keeps of freed memory would hide whether the service gives memory back
+    // (with or without options of the caller's: ctest run outside its preset sets none).
+    const char* asan = getenv("ASAN_OPTIONS");
+    const std::string options = asan != nullptr && *asan != '\0' ? std::string(asan) + ":" : "";
+    setenv("ASAN_OPTIONS", (options + "quarantine_size_mb=0").c_str(), 1);
     if (descriptorLimit > 0) {
         rlimit limit{rlim_t(descriptorLimit), rlim_t(descriptorLimit)};
         setrlimit(RLIMIT_NOFILE, &limit);
