@@ -26,7 +26,7 @@ INTS = {'int8_t', 'int16_t', 'int32_t', 'int64_t'}
 UINTS = {'uint8_t', 'uint16_t', 'uint32_t', 'uint64_t'}
 
 
-class Writer:
+class Writer(hal.MethodShapes):
     def __init__(self, pkg, stem, recorded):
         self.pkg = pkg
         self.stem = stem
@@ -50,10 +50,6 @@ class Writer:
 
     def is_empty_struct(self, r):
         return r[0] == 'decl' and r[1].kind == 'struct' and not r[1].fields
-
-    def iface_of(self, ref):
-        r = self.pkg.resolve(ref, None)
-        return r[1] if r[0] == 'decl' and r[1].kind == 'interface' else None
 
     # -- values to JSON --
 
@@ -184,27 +180,6 @@ class Writer:
 
     # -- interfaces --
 
-    def param_decl(self, name, ref):
-        iface = self.iface_of(ref)
-        if iface:
-            return 'const ::android::sp<%s>& %s' % (self.native(iface), name)
-        r = self.pkg.resolve(ref, None)
-        if hal.is_primitive_like(r):
-            return '%s %s' % (self.pkg.cpp_type(r), name)
-        return 'const %s& %s' % (self.pkg.cpp_type(r), name)
-
-    def elided(self, results):
-        return len(results) == 1 and hal.is_primitive_like(self.pkg.resolve(results[0][1], None))
-
-    def signature(self, iface, name, params, results):
-        args = [self.param_decl(pn, pr) for pn, pr in params]
-        if self.elided(results):
-            r = self.pkg.resolve(results[0][1], None)
-            return '::android::hardware::Return<%s>' % self.pkg.cpp_type(r), args
-        if results:
-            args.append('%s::%s_cb _hidl_cb' % (self.native(iface), name))
-        return '::android::hardware::Return<void>', args
-
     def record_members(self, pairs, buffer, lines, ind, wrapped):
         """Writes "name":value members for (name, ref, expr) into `buffer`."""
         for i, (name, ref, expr) in enumerate(pairs):
@@ -231,7 +206,7 @@ class Writer:
              '    return ::mox::trace::numberedWrapper<%s, %s>(inner, owner);' % (cls, n),
              '}\n']
         for name, oneway, params, results in decl.methods:
-            rtype, args = self.signature(decl, name, params, results)
+            rtype, args = self.signature(self.native(decl), name, params, results)
             h.append('    %s %s(%s) override;' % (rtype, name, ', '.join(args)))
             c.append('%s %s::%s(%s) {' % (rtype, cls, name, ', '.join(args)))
             method = '%s.%s' % (decl.name, name)
@@ -335,7 +310,7 @@ class Writer:
         cls = 'Quiet' + decl.name[1:]
         lines = ['class %s final : public %s {' % (cls, n), '  public:']
         for name, oneway, params, results in decl.methods:
-            rtype, args = self.signature(decl, name, params, results)
+            rtype, args = self.signature(self.native(decl), name, params, results)
             lines.append('    %s %s(%s) override {' % (rtype, name, ', '.join(args)))
             for pn, _ in params:
                 lines.append('        (void)%s;' % pn)

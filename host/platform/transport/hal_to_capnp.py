@@ -339,7 +339,41 @@ class SchemaWriter:
 # C++: conversions, proxies, stubs
 
 
-class CppWriter:
+class MethodShapes:
+    """How hidl-gen declares an interface's methods in C++: for every writer of C++ that
+    implements or wraps them. Needs `self.pkg`."""
+
+    def iface_of(self, ref):
+        r = self.pkg.resolve(ref, None)
+        return r[1] if r[0] == 'decl' and r[1].kind == 'interface' else None
+
+    def native_iface(self, decl):
+        return self.pkg.ns + '::' + decl.name
+
+    def elided(self, results):
+        return len(results) == 1 and is_primitive_like(self.pkg.resolve(results[0][1], None))
+
+    def param_decl(self, name, ref):
+        iface = self.iface_of(ref)
+        if iface:
+            return 'const ::android::sp<%s>& %s' % (self.native_iface(iface), name)
+        r = self.pkg.resolve(ref, None)
+        if is_primitive_like(r):
+            return '%s %s' % (self.pkg.cpp_type(r), name)
+        return 'const %s& %s' % (self.pkg.cpp_type(r), name)
+
+    def signature(self, native, name, params, results):
+        """The C++ return type and parameters of a method, as hidl-gen declares it."""
+        args = [self.param_decl(pn, pr) for pn, pr in params]
+        if self.elided(results):
+            r = self.pkg.resolve(results[0][1], None)
+            return '::android::hardware::Return<%s>' % self.pkg.cpp_type(r), args
+        if results:
+            args.append('%s::%s_cb _hidl_cb' % (native, name))
+        return '::android::hardware::Return<void>', args
+
+
+class CppWriter(MethodShapes):
     def __init__(self, pkg, stem):
         self.pkg = pkg
         self.stem = stem
@@ -469,25 +503,6 @@ class CppWriter:
 
     # -- interfaces --
 
-    def iface_of(self, ref):
-        r = self.pkg.resolve(ref, None)
-        return r[1] if r[0] == 'decl' and r[1].kind == 'interface' else None
-
-    def native_iface(self, decl):
-        return self.pkg.ns + '::' + decl.name
-
-    def elided(self, results):
-        return len(results) == 1 and is_primitive_like(self.pkg.resolve(results[0][1], None))
-
-    def param_decl(self, name, ref):
-        iface = self.iface_of(ref)
-        if iface:
-            return 'const ::android::sp<%s>& %s' % (self.native_iface(iface), name)
-        r = self.pkg.resolve(ref, None)
-        if is_primitive_like(r):
-            return '%s %s' % (self.pkg.cpp_type(r), name)
-        return 'const %s& %s' % (self.pkg.cpp_type(r), name)
-
     def holder_type(self, ref):
         iface = self.iface_of(ref)
         if iface:
@@ -516,16 +531,6 @@ class CppWriter:
             return
         r = self.pkg.resolve(ref, None)
         self.read_value(r, '%s.get%s()' % (reader, capitalised(name)), target, lines, ind)
-
-    def signature(self, native, name, params, results):
-        """The C++ return type and parameters of a method, as hidl-gen declares it."""
-        args = [self.param_decl(pn, pr) for pn, pr in params]
-        if self.elided(results):
-            r = self.pkg.resolve(results[0][1], None)
-            return '::android::hardware::Return<%s>' % self.pkg.cpp_type(r), args
-        if results:
-            args.append('%s::%s_cb _hidl_cb' % (native, name))
-        return '::android::hardware::Return<void>', args
 
     def method_struct(self, decl, name, suffix):
         return '%s::%s%s%s' % (self.wns, decl.name, capitalised(name), suffix)
