@@ -41,6 +41,10 @@ class Frontend : public IFrontend {
     // True from scan() until the scan is stopped or ends by itself.
     bool isScanRunning() const { return mScanControl.anyRunning(); }
 
+    // Whether getStatus answers the type from the driver's signal records; the other types are
+    // answered with a fixed value (the driver does not measure them).
+    static bool isStatusMeasured(FrontendStatusType type);
+
     // Settings -> driver tuning record.
     static Return<Result> toMoxTunerParam(FrontendType type, const FrontendSettings& settings,
                                           MOX_TunerParam_t& param);

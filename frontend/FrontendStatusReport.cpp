@@ -19,6 +19,18 @@ bool isAnswered(FrontendStatusType type) {
     return static_cast<uint32_t>(type) <= static_cast<uint32_t>(FrontendStatusType::ATSC3_PLP_INFO);
 }
 
+// The types buildStatus reads from the driver's records; it answers every other one with a
+// constant.
+constexpr FrontendStatusType kMeasuredTypes[] = {FrontendStatusType::DEMOD_LOCK,
+                                                 FrontendStatusType::SNR,
+                                                 FrontendStatusType::BER,
+                                                 FrontendStatusType::PRE_BER,
+                                                 FrontendStatusType::SIGNAL_QUALITY,
+                                                 FrontendStatusType::PLP_ID,
+                                                 FrontendStatusType::AGC,
+                                                 FrontendStatusType::MER,
+                                                 FrontendStatusType::HIERARCHY};
+
 // One entry per answered status type; false for the others.
 bool buildStatus(FrontendStatusType type, const MOX_TunerSignalInfo_t& signal,
                  const MOX_TunerParamInfo_t& param, FrontendStatus& status) {
@@ -101,6 +113,11 @@ bool buildStatus(FrontendStatusType type, const MOX_TunerSignalInfo_t& signal,
 }
 
 }  // namespace
+
+bool Frontend::isStatusMeasured(FrontendStatusType type) {
+    return std::find(std::begin(kMeasuredTypes), std::end(kMeasuredTypes), type) !=
+           std::end(kMeasuredTypes);
+}
 
 Return<void> Frontend::getStatus(const hidl_vec<FrontendStatusType>& statusTypes,
                                  getStatus_cb _hidl_cb) {

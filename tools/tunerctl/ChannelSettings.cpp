@@ -1,6 +1,7 @@
 #include "ChannelSettings.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <vector>
 
 #include "ValueParsing.h"
@@ -25,7 +26,19 @@ bool parsed(const std::optional<T>& value, const char* what, const std::string& 
 // The highest intermediate frequency an LNB hands a satellite tuner (the L band's top).
 constexpr uint32_t kHighestIfKHz = 2150000;
 
-bool frequency(const std::string& text, uint32_t& hz, std::string& error) {
+// A bare number is taken in the unit dvbv5 channel files write it in (Hz for terrestrial and
+// cable, kHz for satellite) when it is at least 1 MHz in that unit; a smaller one cannot be meant
+// so and is refused with the form to write.
+std::string withFileUnit(const std::string& text, const char* unit, uint64_t oneMHz) {
+    if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos ||
+        text.size() > 12 || std::stoull(text) < oneMHz) {
+        return text;
+    }
+    return text + unit;
+}
+
+bool frequency(const std::string& given, uint32_t& hz, std::string& error) {
+    const std::string text = withFileUnit(given, "Hz", 1000000);
     if (parseFrequencyHz(text)) return parsed(parseFrequencyHz(text), "frequency", text, hz, error);
     if (!text.empty() && parseFrequencyHz(text + "MHz")) {
         error = "frequency '" + text + "' has no unit: write " + text + "MHz (or Hz, kHz, GHz)";
@@ -48,6 +61,21 @@ bool noForeignOptions(const char* system,
     return true;
 }
 
+// The PLP or input stream id: a number 0..255.
+bool streamId(const std::string& text, std::optional<uint32_t>& id, std::string& error) {
+    id.reset();
+    if (text.empty()) return true;
+    char* end = nullptr;
+    const unsigned long value = std::strtoul(text.c_str(), &end, 10);
+    if (text[0] == '-' || *end != '\0' || value > kMaxStreamId) {
+        error = "invalid --plp: '" + text + "' (a PLP or stream id, 0 to " +
+                std::to_string(kMaxStreamId) + ")";
+        return false;
+    }
+    id = static_cast<uint32_t>(value);
+    return true;
+}
+
 bool buildDvbt(const ChannelOptions& o, FrontendSettings& settings, std::string& error) {
     if (!noForeignOptions("DVB-T",
                           {{"--symbol-rate", &o.symbolRate},
@@ -67,6 +95,13 @@ bool buildDvbt(const ChannelOptions& o, FrontendSettings& settings, std::string&
         !parsed(parseDvbtStandard(standard), "DVB-T standard", standard, dvbt.standard, error)) {
         return false;
     }
+    std::optional<uint32_t> plp;
+    if (!streamId(o.plp, plp, error)) return false;
+    if (plp && dvbt.standard == FrontendDvbtStandard::T) {
+        error = "--plp applies to DVB-T2 (--standard T2 or AUTO)";
+        return false;
+    }
+    dvbt.plpId = static_cast<uint8_t>(plp.value_or(0));
     settings.dvbt(dvbt);
     return true;
 }
@@ -77,7 +112,8 @@ bool buildDvbc(const ChannelOptions& o, FrontendSettings& settings, std::string&
                            {"--standard", &o.standard},
                            {"--lnb", &o.lnb},
                            {"--polarisation", &o.polarisation},
-                           {"--sat", &o.satellite}},
+                           {"--sat", &o.satellite},
+                           {"--plp", &o.plp}},
                           error)) {
         return false;
     }
@@ -109,7 +145,8 @@ bool buildDvbs(const ChannelOptions& o, FrontendSettings& settings, std::string&
     }
     // A downlink (what a dvbv5 satellite file holds) is no frequency a tuner sees: the LNB's
     // oscillator brings it down, so it needs the LNB's type.
-    const std::optional<uint32_t> kHz = parseFrequencyKHz(o.dvbs);
+    const std::string dvbsFrequency = withFileUnit(o.dvbs, "kHz", 1000);
+    const std::optional<uint32_t> kHz = parseFrequencyKHz(dvbsFrequency);
     if (o.lnb.empty() && kHz && *kHz > kHighestIfKHz) {
         char mhz[32];
         snprintf(mhz, sizeof(mhz), "%.3f MHz", *kHz / 1e3);
@@ -121,11 +158,14 @@ bool buildDvbs(const ChannelOptions& o, FrontendSettings& settings, std::string&
     FrontendDvbsSettings dvbs{};
     const std::string standard = o.standard.empty() ? "S2" : o.standard;
     const std::string symbolRate = o.symbolRate.empty() ? "27500000" : o.symbolRate;
-    if ((o.lnb.empty() && !frequency(o.dvbs, dvbs.frequency, error)) ||
+    if ((o.lnb.empty() && !frequency(dvbsFrequency, dvbs.frequency, error)) ||
         !parsed(parseSymbolRate(symbolRate), "symbol rate", symbolRate, dvbs.symbolRate, error) ||
         !parsed(parseDvbsStandard(standard), "DVB-S standard", standard, dvbs.standard, error)) {
         return false;
     }
+    std::optional<uint32_t> stream;
+    if (!streamId(o.plp, stream, error)) return false;
+    dvbs.inputStreamId = stream.value_or(0);
     if (o.lnb.empty()) {
         if (!o.polarisation.empty() || !o.satellite.empty()) {
             error = "--polarisation and --sat need --lnb (the LNB type)";
@@ -137,7 +177,7 @@ bool buildDvbs(const ChannelOptions& o, FrontendSettings& settings, std::string&
             return false;
         }
         SatellitePlan p;
-        const std::optional<uint32_t> downlinkKHz = parseFrequencyKHz(o.dvbs);
+        const std::optional<uint32_t> downlinkKHz = parseFrequencyKHz(dvbsFrequency);
         if (!downlinkKHz) {
             error = "invalid downlink frequency: '" + o.dvbs + "' (e.g. 11778MHz)";
             return false;
@@ -171,7 +211,101 @@ std::string names(Mask cap) {
     return out;
 }
 
+const char* dvbtStandardName(FrontendDvbtStandard standard) {
+    switch (standard) {
+        case FrontendDvbtStandard::T:
+            return "DVB-T";
+        case FrontendDvbtStandard::T2:
+            return "DVB-T2";
+        default:
+            return "DVB-T/T2";
+    }
+}
+
+const char* dvbsStandardName(FrontendDvbsStandard standard) {
+    switch (standard) {
+        case FrontendDvbsStandard::S:
+            return "DVB-S";
+        case FrontendDvbsStandard::S2:
+            return "DVB-S2";
+        case FrontendDvbsStandard::S2X:
+            return "DVB-S2X";
+        default:
+            return "DVB-S/S2";
+    }
+}
+
+std::string mhz(uint32_t hz) {
+    char text[32];
+    snprintf(text, sizeof(text), "%.3f MHz", hz / 1e6);
+    return text;
+}
+
 }  // namespace
+
+std::optional<uint32_t> askedStreamId(const ChannelOptions& options) {
+    std::optional<uint32_t> id;
+    std::string error;
+    streamId(options.plp, id, error);
+    return id;
+}
+
+std::vector<StandardAttempt> standardAttempts(const FrontendSettings& settings,
+                                              const FrontendInfo& info) {
+    using D = FrontendSettings::hidl_discriminator;
+    using CD = FrontendInfo::FrontendCapabilities::hidl_discriminator;
+    std::vector<StandardAttempt> attempts;
+    if (settings.getDiscriminator() == D::dvbt &&
+        settings.dvbt().standard == FrontendDvbtStandard::AUTO) {
+        for (FrontendDvbtStandard standard : {FrontendDvbtStandard::T, FrontendDvbtStandard::T2}) {
+            if (standard == FrontendDvbtStandard::T2 &&
+                (info.frontendCaps.getDiscriminator() != CD::dvbtCaps ||
+                 !info.frontendCaps.dvbtCaps().isT2Supported)) {
+                continue;
+            }
+            FrontendSettings one = settings;
+            one.dvbt().standard = standard;
+            attempts.push_back({toString(standard), one});
+        }
+    } else if (settings.getDiscriminator() == D::dvbs &&
+               settings.dvbs().standard == FrontendDvbsStandard::AUTO) {
+        for (FrontendDvbsStandard standard : {FrontendDvbsStandard::S2, FrontendDvbsStandard::S}) {
+            FrontendSettings one = settings;
+            one.dvbs().standard = standard;
+            attempts.push_back({toString(standard), one});
+        }
+    } else {
+        const std::string standard =
+                settings.getDiscriminator() == D::dvbt   ? toString(settings.dvbt().standard)
+                : settings.getDiscriminator() == D::dvbs ? toString(settings.dvbs().standard)
+                                                         : std::string();
+        attempts.push_back({standard, settings});
+    }
+    return attempts;
+}
+
+std::string channelLabel(const FrontendSettings& settings) {
+    using D = FrontendSettings::hidl_discriminator;
+    switch (settings.getDiscriminator()) {
+        case D::dvbt:
+            return std::string(dvbtStandardName(settings.dvbt().standard)) + " " +
+                   mhz(settings.dvbt().frequency);
+        case D::dvbc:
+            return "DVB-C " + mhz(settings.dvbc().frequency);
+        case D::dvbs:
+            return std::string(dvbsStandardName(settings.dvbs().standard)) + " " +
+                   mhz(settings.dvbs().frequency);
+        default:
+            return "a channel tunerctl does not tune";
+    }
+}
+
+bool lists(const FrontendInfo& info, FrontendStatusType type) {
+    for (FrontendStatusType listed : info.statusCaps) {
+        if (listed == type) return true;
+    }
+    return false;
+}
 
 bool buildSettings(const ChannelOptions& options, FrontendSettings& settings, std::string& error,
                    std::optional<SatellitePlan>* plan) {

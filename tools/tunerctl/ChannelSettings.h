@@ -6,6 +6,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Satellite.h"
 
@@ -21,6 +22,7 @@ struct ChannelOptions {
     std::string symbolRate;  // DVB-C (required), DVB-S (default 27.5M)
     std::string modulation;  // DVB-C; default 256QAM
     std::string annex;       // DVB-C; default A
+    std::string plp;         // DVB-T2: the PLP; DVB-S2: the input stream (dvbv5's STREAM_ID)
     // DVB-S through a dish: with an LNB type, --dvbs is the downlink frequency.
     std::string lnb;                // libdvbv5's LNB type, e.g. UNIVERSAL
     std::string polarisation;       // V, H, R, L
@@ -41,5 +43,30 @@ bool checkAgainstFrontend(const ::android::hardware::tv::tuner::V1_0::FrontendIn
                           uint32_t frontendId,
                           const ::android::hardware::tv::tuner::V1_0::FrontendSettings& settings,
                           std::string& error);
+
+// The largest PLP or input stream id tunerctl passes (8 bits, as both standards number them).
+inline constexpr uint32_t kMaxStreamId = 255;
+
+// The PLP (or input stream) the options ask for, if any; a malformed one was refused by
+// buildSettings already.
+std::optional<uint32_t> askedStreamId(const ChannelOptions& options);
+
+// One tune or scan of one standard. The service tunes one standard at a time and the driver locks
+// only on the standard it is given, so AUTO means trying each standard the frontend has: for
+// terrestrial T, then T2 where supported; for satellite S2, then S. Other settings are one attempt.
+struct StandardAttempt {
+    std::string standard;  // "T", "T2", "S", "S2", or the settings' own standard
+    ::android::hardware::tv::tuner::V1_0::FrontendSettings settings;
+};
+std::vector<StandardAttempt> standardAttempts(
+        const ::android::hardware::tv::tuner::V1_0::FrontendSettings& settings,
+        const ::android::hardware::tv::tuner::V1_0::FrontendInfo& info);
+
+// The delivery system and frequency the settings tune, e.g. "DVB-T2 474.000 MHz".
+std::string channelLabel(const ::android::hardware::tv::tuner::V1_0::FrontendSettings& settings);
+
+// Whether the frontend lists the status type.
+bool lists(const ::android::hardware::tv::tuner::V1_0::FrontendInfo& info,
+           ::android::hardware::tv::tuner::V1_0::FrontendStatusType type);
 
 }  // namespace tunerctl

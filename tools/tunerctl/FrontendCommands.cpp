@@ -28,11 +28,10 @@ int runFrontends(const GlobalOptions& global) {
 
 int runInfo(const GlobalOptions& global, uint32_t id) {
     sp<ITuner> tuner = connectTuner();
-    frontendIds(tuner);
+    const std::vector<uint32_t> ids = frontendIds(tuner);
     FrontendInfo info{};
     if (!frontendInfo(tuner, id, info)) {
-        return reportFailure(global.json, kUsageError,
-                             "frontend " + std::to_string(id) + ": no such frontend");
+        return reportFailure(global.json, kUsageError, noSuch("frontend", id, ids));
     }
     std::cout << (global.json ? frontendJson(id, info) + "\n" : describeFrontend(id, info));
     return 0;
@@ -66,11 +65,14 @@ int runOverview(const GlobalOptions& global) {
 
 int runDump(const GlobalOptions& global) {
     sp<ITuner> tuner = connectTuner();
-    const std::string dump = serviceDump(tuner);
+    // With --json the service's own machine-readable form, checked to be one.
     if (global.json) {
-        std::cout << JsonObject().add("dump", dump).str() << "\n";
-    } else {
+        std::string error;
+        const std::string dump = serviceDump(tuner, {kDumpJsonOption});
+        if (!parseServiceDump(dump, error)) return reportFailure(true, kServiceError, error);
         std::cout << dump;
+    } else {
+        std::cout << serviceDump(tuner);
     }
     return kSuccess;
 }

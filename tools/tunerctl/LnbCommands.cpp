@@ -81,8 +81,11 @@ int runLnb(const GlobalOptions& global, const LnbOptions& o) {
         });
     });
     if (result != Result::SUCCESS) {
-        return reportFailure(global.json, kUsageError,
-                             "lnb " + std::to_string(o.id) + ": no such LNB");
+        std::vector<uint32_t> ids;
+        call("getLnbIds", [&] {
+            return tuner->getLnbIds([&](Result, const hidl_vec<uint32_t>& list) { ids = list; });
+        });
+        return reportFailure(global.json, kUsageError, noSuch("LNB", o.id, ids));
     }
     if (o.diseqc && !parseDiseqc(*o.diseqc)) {
         return reportFailure(global.json, kUsageError,

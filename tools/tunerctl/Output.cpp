@@ -10,12 +10,6 @@ using namespace ::android::hardware::tv::tuner::V1_0;
 
 namespace {
 
-std::string number(double value, int decimals) {
-    char buffer[64];
-    snprintf(buffer, sizeof(buffer), "%.*f", decimals, value);
-    return buffer;
-}
-
 struct CapabilityFields {
     std::string kind;
     std::vector<std::pair<std::string, std::vector<std::string>>> lists;
@@ -68,10 +62,6 @@ std::vector<std::string> statusCapNames(const FrontendInfo& info) {
     std::vector<std::string> names;
     for (FrontendStatusType type : info.statusCaps) names.push_back(toString(type));
     return names;
-}
-
-std::string hierarchyName(FrontendDvbtHierarchy hierarchy) {
-    return toString(hierarchy);  // the same name in the text and the JSON
 }
 
 }  // namespace
@@ -184,52 +174,6 @@ std::string frontendJson(uint32_t id, const FrontendInfo& info) {
             .str();
 }
 
-std::vector<std::pair<std::string, std::string>> statusRows(
-        const std::vector<FrontendStatus>& statuses) {
-    using D = FrontendStatus::hidl_discriminator;
-    std::vector<std::pair<std::string, std::string>> rows;
-    for (const FrontendStatus& s : statuses) {
-        switch (s.getDiscriminator()) {
-            case D::isDemodLocked:
-                rows.emplace_back("lock", s.isDemodLocked() ? "LOCKED" : "no lock");
-                break;
-            case D::snr:
-                rows.emplace_back("SNR", number(s.snr() / 1000.0, 1) + " dB");
-                break;
-            case D::ber:
-                rows.emplace_back("BER", number(s.ber() / 1e6, 6));
-                break;
-            case D::preBer:
-                rows.emplace_back("pre-BER", number(s.preBer() / 1e6, 6));
-                break;
-            case D::mer:
-                rows.emplace_back("MER", number(s.mer() / 1000.0, 1) + " dB");
-                break;
-            case D::agc:
-                rows.emplace_back("AGC", std::to_string(s.agc()));
-                break;
-            case D::signalQuality:
-                rows.emplace_back("quality", std::to_string(s.signalQuality()) + " %");
-                break;
-            case D::plpId:
-                rows.emplace_back("PLP id", std::to_string(s.plpId()));
-                break;
-            case D::hierarchy:
-                rows.emplace_back("hierarchy", hierarchyName(s.hierarchy()));
-                break;
-            case D::isRfLocked:
-                rows.emplace_back("RF lock", s.isRfLocked() ? "yes" : "no");
-                break;
-            case D::signalStrength:
-                rows.emplace_back("strength", std::to_string(s.signalStrength()));
-                break;
-            default:
-                break;
-        }
-    }
-    return rows;
-}
-
 int reportFailure(bool json, int code, const std::string& message) {
     if (json) {
         std::cout << JsonObject().add("error", message).add("exit", int32_t{code}).str()
@@ -238,51 +182,6 @@ int reportFailure(bool json, int code, const std::string& message) {
         std::cerr << message << std::endl;
     }
     return code;
-}
-
-std::string statusJson(const std::vector<FrontendStatus>& statuses) {
-    using D = FrontendStatus::hidl_discriminator;
-    JsonObject json;
-    for (const FrontendStatus& s : statuses) {
-        switch (s.getDiscriminator()) {
-            case D::isDemodLocked:
-                json.add("locked", s.isDemodLocked());
-                break;
-            case D::snr:
-                json.addRaw("snrDb", number(s.snr() / 1000.0, 3));
-                break;
-            case D::ber:
-                json.addRaw("ber", number(s.ber() / 1e6, 6));
-                break;
-            case D::preBer:
-                json.addRaw("preBer", number(s.preBer() / 1e6, 6));
-                break;
-            case D::mer:
-                json.addRaw("merDb", number(s.mer() / 1000.0, 3));
-                break;
-            case D::agc:
-                json.add("agc", uint32_t{s.agc()});
-                break;
-            case D::signalQuality:
-                json.add("quality", s.signalQuality());
-                break;
-            case D::plpId:
-                json.add("plpId", uint32_t{s.plpId()});
-                break;
-            case D::hierarchy:
-                json.add("hierarchy", hierarchyName(s.hierarchy()));
-                break;
-            case D::isRfLocked:
-                json.add("rfLocked", s.isRfLocked());
-                break;
-            case D::signalStrength:
-                json.add("strength", s.signalStrength());
-                break;
-            default:
-                break;
-        }
-    }
-    return json.str();
 }
 
 }  // namespace tunerctl

@@ -57,11 +57,6 @@ std::string joined(const std::vector<std::string>& parts, const std::string& sep
 std::string describeFrontend(uint32_t id, const hal::FrontendInfo& info);
 std::string frontendJson(uint32_t id, const hal::FrontendInfo& info);
 
-// One (name, value) row per answered status, in answer order.
-std::vector<std::pair<std::string, std::string>> statusRows(
-        const std::vector<hal::FrontendStatus>& statuses);
-std::string statusJson(const std::vector<hal::FrontendStatus>& statuses);
-
 // Reports a failure as one line: {"error": ..., "exit": code} on stdout for --json, the message on
 // stderr otherwise. Returns code.
 int reportFailure(bool json, int code, const std::string& message);

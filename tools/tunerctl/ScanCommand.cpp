@@ -67,6 +67,16 @@ struct ScanReport {
         progressShown = true;
     }
 
+    // The standard the next attempt scans, when AUTO tries more than one.
+    void standard(const std::string& name) {
+        if (json) {
+            std::cout << JsonObject().add("type", "STANDARD").add("standard", name).str()
+                      << std::endl;
+        } else {
+            line("STANDARD " + name);
+        }
+    }
+
     void take(FrontendScanMessageType type, const FrontendScanMessage& message) {
         JsonObject entry;
         entry.add("type", toString(type));
@@ -112,15 +122,31 @@ std::string multiplexText(const Multiplex& m) {
     return text;
 }
 
-// The multiplexes found, as channels of a dvbv5 file, named by their frequency.
+// A multiplex's name in the file: its frequency; through a dish the downlink with its
+// polarisation and satellite, which tell apart two satellites' transponders of one frequency.
+std::string channelName(const Multiplex& m, const ChannelOptions& scanned,
+                        const std::optional<SatellitePlan>& plan) {
+    char name[64];
+    if (!plan) {
+        std::snprintf(name, sizeof(name), "%.3f MHz", m.centreHz() / 1e6);
+        return name;
+    }
+    std::snprintf(name, sizeof(name), "%.3f MHz %s", plan->downlinkKHz / 1e3,
+                  plan->horizontal ? "H" : "V");
+    std::string text = name;
+    if (!scanned.satellite.empty()) {
+        text += std::string(" sat ") + static_cast<char>('A' + std::stoi(scanned.satellite));
+    }
+    return text;
+}
+
+// The multiplexes found, as channels of a dvbv5 file.
 bool writeFound(const GlobalOptions& global, const std::string& file, const ChannelOptions& scanned,
                 const std::optional<SatellitePlan>& plan, const std::vector<Multiplex>& found) {
     std::vector<FoundChannel> channels;
     for (const Multiplex& m : found) {
         FoundChannel c{};
-        char name[32];
-        std::snprintf(name, sizeof(name), "%.3f MHz", m.centreHz() / 1e6);
-        c.name = name;
+        c.name = channelName(m, scanned, plan);
         c.options = scanned;
         const std::string hz = std::to_string(m.centreHz()) + "Hz";
         if (!scanned.dvbt.empty()) c.options.dvbt = hz;
@@ -158,6 +184,7 @@ namespace {
 struct ScanJob {
     sp<ITuner> tuner;
     sp<IFrontend> frontend;
+    FrontendInfo info{};
     ChannelOptions channel;
     FrontendSettings settings;
     std::optional<SatellitePlan> plan;
@@ -175,10 +202,9 @@ int prepareScan(const GlobalOptions& global, const ScanOptions& options, ScanJob
     if (!job.channel.dvbc.empty() && job.channel.symbolRate.empty()) {
         job.channel.symbolRate = "6875000";
     }
-    FrontendInfo info{};
     if (!buildSettings(job.channel, job.settings, error, &job.plan) ||
-        !frontendInfo(job.tuner, options.id, info) ||
-        !checkAgainstFrontend(info, options.id, job.settings, error)) {
+        !frontendInfo(job.tuner, options.id, job.info) ||
+        !checkAgainstFrontend(job.info, options.id, job.settings, error)) {
         return reportFailure(global.json, kUsageError, error);
     }
     if (!job.plan) return kSuccess;
@@ -192,7 +218,7 @@ uint32_t startFrequency(const FrontendSettings& settings) {
                                                     : settings.dvbs().frequency;
 }
 
-// Reports each message until the scan ends (the service's dump tells when, read whenever no
+// Reports each message until the scan ends (the service's state tells when, read whenever no
 // message is waiting) or Ctrl-C stops it; whether it was stopped, or the exit code of a scan
 // another client took over.
 std::optional<int> followScan(const GlobalOptions& global, const ScanOptions& options,
@@ -209,15 +235,16 @@ std::optional<int> followScan(const GlobalOptions& global, const ScanOptions& op
             report.take(message->first, message->second);
             continue;
         }
-        const std::string dump = serviceDump(job.tuner);
-        if (takenByAnotherClient(dump, options.id)) {
+        const ServiceDump state = serviceState(job.tuner, "scan");
+        if (takenByAnotherClient(state, options.id)) {
             report.clearBar();
             return reportFailure(global.json, kServiceError,
                                  "frontend " + std::to_string(options.id) +
                                          " was taken by another client (its scan messages go "
                                          "there now)");
         }
-        if (!scanRunning(dump, options.id)) {
+        const FrontendDump* frontend = state.frontend(options.id);
+        if (frontend == nullptr || !frontend->scanRunning) {
             // The scan's last messages were sent before it ended; being oneway calls they may
             // still be on their way to this process's pool.
             while ((message = events.takeScanMessage(std::chrono::milliseconds(200)))) {
@@ -232,7 +259,9 @@ std::optional<int> followScan(const GlobalOptions& global, const ScanOptions& op
 int summarise(const GlobalOptions& global, const ScanOptions& options, const ScanJob& job,
               const ScanReport& report, bool stopped) {
     const std::vector<Multiplex> multiplexes = mergeLocks(report.found, kSweepStepHz);
-    if (!options.output.empty() &&
+    // A scan that found nothing leaves the file as it was; one stopped half way writes what it
+    // found, a whole file.
+    if (!options.output.empty() && !multiplexes.empty() &&
         !writeFound(global, options.output, job.channel, job.plan, multiplexes)) {
         return kServiceError;
     }
@@ -254,6 +283,27 @@ int summarise(const GlobalOptions& global, const ScanOptions& options, const Sca
     return scanOutcome(stopped, report.found.empty());
 }
 
+// The PLP the tuner was left on, for a DVB-T2 multiplex the scan found.
+std::optional<uint32_t> plpInUse(const ScanJob& job) {
+    if (job.settings.getDiscriminator() != FrontendSettings::hidl_discriminator::dvbt ||
+        job.settings.dvbt().standard != FrontendDvbtStandard::T2 ||
+        !lists(job.info, FrontendStatusType::PLP_ID)) {
+        return std::nullopt;
+    }
+    std::optional<uint32_t> plp;
+    call("getStatus", [&] {
+        return job.frontend->getStatus(
+                hidl_vec<FrontendStatusType>{FrontendStatusType::PLP_ID},
+                [&](Result r, const hidl_vec<FrontendStatus>& s) {
+                    if (r == Result::SUCCESS && s.size() == 1 &&
+                        s[0].getDiscriminator() == FrontendStatus::hidl_discriminator::plpId) {
+                        plp = s[0].plpId();
+                    }
+                });
+    });
+    return plp;
+}
+
 }  // namespace
 
 int runScan(const GlobalOptions& global, const ScanOptions& options) {
@@ -266,20 +316,38 @@ int runScan(const GlobalOptions& global, const ScanOptions& options) {
     call("setCallback", [&] { return job.frontend->setCallback(events); });
     installInterruptHandler();
     const auto type = options.blind ? FrontendScanType::SCAN_BLIND : FrontendScanType::SCAN_AUTO;
-    const Result result = call("scan", [&] { return job.frontend->scan(job.settings, type); });
-    if (result != Result::SUCCESS) {
-        return reportFailure(global.json, kServiceError, "scan: " + toString(result));
-    }
     ScanReport report;
     report.json = global.json;
     report.bar = !global.json && isatty(STDERR_FILENO);
     report.sweep = options.blind && !job.channel.dvbc.empty();
     report.startHz = startFrequency(job.settings);
     bool stopped = false;
-    const std::optional<int> takenOver = followScan(global, options, job, *events, report, stopped);
-    if (takenOver) return *takenOver;
+    // The driver locks only on the standard it is given: AUTO scans each in turn, as tune does.
+    const std::vector<StandardAttempt> attempts = standardAttempts(job.settings, job.info);
+    for (const StandardAttempt& attempt : attempts) {
+        if (attempts.size() > 1) {
+            report.standard(attempt.standard);
+        }
+        job.settings = attempt.settings;
+        job.channel.standard = attempt.standard;
+        const Result result =
+                call("scan", [&] { return job.frontend->scan(attempt.settings, type); });
+        if (result != Result::SUCCESS) {
+            return reportFailure(global.json, kServiceError, "scan: " + toString(result));
+        }
+        const std::optional<int> takenOver =
+                followScan(global, options, job, *events, report, stopped);
+        if (takenOver) return *takenOver;
+        if (stopped || !report.found.empty()) break;
+        // Each attempt's scan is ended before the next begins.
+        call("stopScan", [&] { return job.frontend->stopScan(); });
+    }
     report.clearBar();
     if (!stopped) call("stopScan", [&] { return job.frontend->stopScan(); });
+    if (!report.found.empty() && !stopped) {
+        if (const std::optional<uint32_t> plp = plpInUse(job))
+            job.channel.plp = std::to_string(*plp);
+    }
     return summarise(global, options, job, report, stopped);
 }
 

@@ -2,6 +2,7 @@
 #include <ctime>
 #include <iomanip>
 #include <iostream>
+#include <set>
 #include <thread>
 
 #include "ChannelFile.h"
@@ -10,6 +11,7 @@
 #include "FrontendEvents.h"
 #include "Output.h"
 #include "ServiceCalls.h"
+#include "StatusFields.h"
 #include "TunerClient.h"
 
 namespace tunerctl {
@@ -18,38 +20,34 @@ using namespace ::android::hardware::tv::tuner::V1_0;
 
 namespace {
 
-// The status types a monitor shows, in this order; it asks only for those the frontend reports.
-const FrontendStatusType kMonitorTypes[] = {FrontendStatusType::DEMOD_LOCK,
-                                            FrontendStatusType::RF_LOCK,
-                                            FrontendStatusType::SIGNAL_STRENGTH,
-                                            FrontendStatusType::SIGNAL_QUALITY,
-                                            FrontendStatusType::SNR,
-                                            FrontendStatusType::MER,
-                                            FrontendStatusType::BER,
-                                            FrontendStatusType::PRE_BER,
-                                            FrontendStatusType::AGC,
-                                            FrontendStatusType::PLP_ID,
-                                            FrontendStatusType::HIERARCHY};
-
-std::vector<FrontendStatusType> monitorTypes(const FrontendInfo& info) {
+// What a monitor shows of one frontend: the types it lists, in display order, those of them the
+// service does not measure, and the channel it watches ("DVB-T 482.000 MHz").
+struct Monitor {
     std::vector<FrontendStatusType> types;
-    for (FrontendStatusType type : kMonitorTypes) {
-        for (FrontendStatusType cap : info.statusCaps) {
-            if (cap == type) {
-                types.push_back(type);
-                break;
-            }
-        }
+    std::set<std::string> notMeasured;
+    std::string watching;
+};
+
+Monitor monitorOf(const sp<ITuner>& tuner, uint32_t id, const std::string& watching) {
+    Monitor monitor;
+    FrontendInfo info{};
+    frontendInfo(tuner, id, info);
+    monitor.types = listedInDisplayOrder(info.statusCaps);
+    const ServiceDump state = serviceState(tuner, "status");
+    if (const FrontendDump* frontend = state.frontend(id)) {
+        monitor.notMeasured.insert(frontend->notMeasured.begin(), frontend->notMeasured.end());
     }
-    return types;
+    monitor.watching = watching.empty() ? "frontend " + std::to_string(id) + " (" +
+                                                  toString(info.type) + ", as tuned before)"
+                                        : watching;
+    return monitor;
 }
 
-bool readStatus(bool json, const sp<IFrontend>& frontend,
-                const std::vector<FrontendStatusType>& types,
+bool readStatus(bool json, const sp<IFrontend>& frontend, const Monitor& monitor,
                 std::vector<FrontendStatus>& statuses) {
     Result result = Result::UNKNOWN_ERROR;
     call("getStatus", [&] {
-        return frontend->getStatus(hidl_vec<FrontendStatusType>(types),
+        return frontend->getStatus(hidl_vec<FrontendStatusType>(monitor.types),
                                    [&](Result r, const hidl_vec<FrontendStatus>& s) {
                                        result = r;
                                        statuses = s;
@@ -60,109 +58,156 @@ bool readStatus(bool json, const sp<IFrontend>& frontend,
     return result == Result::SUCCESS;
 }
 
-void printStatusTable(const std::vector<FrontendStatus>& statuses) {
-    for (const auto& [name, value] : statusRows(statuses)) {
-        std::cout << "  " << std::left << std::setw(10) << name << value << "\n";
+// Whether the answer shows lock: the demodulator's lock when the frontend reports it.
+std::optional<bool> demodLocked(const std::vector<FrontendStatus>& statuses) {
+    for (const FrontendStatus& s : statuses) {
+        if (s.getDiscriminator() == FrontendStatus::hidl_discriminator::isDemodLocked) {
+            return s.isDemodLocked();
+        }
+    }
+    return std::nullopt;
+}
+
+// Every listed type a row; a figure the frontend does not measure reads "not available".
+void printStatusTable(const Monitor& monitor, const std::vector<FrontendStatus>& statuses) {
+    std::cout << "  " << std::left << std::setw(10) << "channel" << monitor.watching << "\n";
+    for (const StatusField& field : statusFields(statuses, monitor.notMeasured)) {
+        std::cout << "  " << std::left << std::setw(10) << field.name << field.text << "\n";
     }
 }
 
-// One line per sample: its number, the time and the figures; a JSON object per line for --json.
-void printStatusLine(bool json, uint64_t sample, const std::vector<FrontendStatus>& statuses) {
+// The local time with its date and offset, as ISO 8601 writes it.
+std::string isoTime(std::time_t when) {
+    char text[40];
+    std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%S%z", std::localtime(&when));
+    return text;
+}
+
+// One line per sample: its number, the time, the channel and the figures the frontend measures
+// (the others were named once when the watch began); a JSON object per line for --json.
+void printStatusLine(bool json, const Monitor& monitor, uint64_t sample,
+                     const std::vector<FrontendStatus>& statuses) {
     const std::time_t now = std::time(nullptr);
-    char clock[16];
-    std::strftime(clock, sizeof(clock), "%H:%M:%S", std::localtime(&now));
+    const std::vector<StatusField> fields = statusFields(statuses, monitor.notMeasured);
     if (json) {
         std::cout << JsonObject()
                              .add("sample", sample)
-                             .add("time", clock)
-                             .addRaw("status", statusJson(statuses))
+                             .add("time", isoTime(now))
+                             .add("channel", monitor.watching)
+                             .addRaw("status", statusFieldsJson(fields))
                              .str()
                   << std::endl;
         return;
     }
-    std::cout << "#" << sample << " " << clock;
-    for (const auto& [name, value] : statusRows(statuses))
-        std::cout << "  " << name << " " << value;
+    char clock[16];
+    std::strftime(clock, sizeof(clock), "%H:%M:%S", std::localtime(&now));
+    std::cout << "#" << sample << " " << clock << "  " << monitor.watching;
+    for (const StatusField& field : fields) {
+        if (field.text != kNotAvailable) std::cout << "  " << field.name << " " << field.text;
+    }
     std::cout << std::endl;
 }
 
-// The service tunes one standard at a time; AUTO means trying each the frontend has, the newer
-// generation last for terrestrial (T, then T2) and first for satellite (S2, then S). Other
-// settings are tried as they are, unnamed.
-std::vector<std::pair<std::string, FrontendSettings>> automaticAttempts(
-        const FrontendSettings& settings, const FrontendInfo& info) {
-    using D = FrontendSettings::hidl_discriminator;
-    using CD = FrontendInfo::FrontendCapabilities::hidl_discriminator;
-    std::vector<std::pair<std::string, FrontendSettings>> attempts;
-    if (settings.getDiscriminator() == D::dvbt &&
-        settings.dvbt().standard == FrontendDvbtStandard::AUTO) {
-        for (FrontendDvbtStandard standard : {FrontendDvbtStandard::T, FrontendDvbtStandard::T2}) {
-            if (standard == FrontendDvbtStandard::T2 &&
-                (info.frontendCaps.getDiscriminator() != CD::dvbtCaps ||
-                 !info.frontendCaps.dvbtCaps().isT2Supported)) {
-                continue;
-            }
-            FrontendSettings one = settings;
-            one.dvbt().standard = standard;
-            attempts.emplace_back(toString(standard), one);
-        }
-    } else if (settings.getDiscriminator() == D::dvbs &&
-               settings.dvbs().standard == FrontendDvbsStandard::AUTO) {
-        for (FrontendDvbsStandard standard : {FrontendDvbsStandard::S2, FrontendDvbsStandard::S}) {
-            FrontendSettings one = settings;
-            one.dvbs().standard = standard;
-            attempts.emplace_back(toString(standard), one);
-        }
+// What a tune came to: the exit code, and the channel as it locked (or was last tried).
+struct TuneOutcome {
+    int code = kNoLock;
+    std::string channel;
+};
+
+// After a lock: the PLP the frontend uses, when it is not the one asked (this driver picks the
+// PLP itself; the service passes none to it).
+void notePlp(const GlobalOptions& global, const sp<IFrontend>& frontend,
+             const ChannelOptions& channel, const FrontendSettings& locked,
+             const FrontendInfo& info) {
+    const std::optional<uint32_t> asked = askedStreamId(channel);
+    const bool t2 = locked.getDiscriminator() == FrontendSettings::hidl_discriminator::dvbt &&
+                    locked.dvbt().standard == FrontendDvbtStandard::T2;
+    if (!asked || !t2 || !lists(info, FrontendStatusType::PLP_ID)) return;
+    std::optional<uint32_t> used;
+    call("getStatus", [&] {
+        return frontend->getStatus(
+                hidl_vec<FrontendStatusType>{FrontendStatusType::PLP_ID},
+                [&](Result r, const hidl_vec<FrontendStatus>& s) {
+                    if (r == Result::SUCCESS && s.size() == 1 &&
+                        s[0].getDiscriminator() == FrontendStatus::hidl_discriminator::plpId) {
+                        used = s[0].plpId();
+                    }
+                });
+    });
+    if (!used || *used == *asked) return;
+    const std::string text = "PLP " + std::to_string(*asked) +
+                             " asked, but the frontend picks the PLP itself: it uses PLP " +
+                             std::to_string(*used);
+    if (global.json) {
+        std::cout
+                << JsonObject().add("notice", text).add("plpAsked", *asked).add("plpUsed", *used).str()
+                << std::endl;
     } else {
-        attempts.emplace_back("", settings);
+        std::cerr << "tunerctl: " << text << std::endl;
     }
-    return attempts;
 }
 
-// Checks the channel against the frontend, tunes and reports LOCKED or NO_SIGNAL. The exit
-// code: success on lock.
-int tuneAndReport(const GlobalOptions& global, const sp<ITuner>& tuner, uint32_t id,
-                  const sp<IFrontend>& frontend, const sp<FrontendEvents>& events,
-                  const ChannelOptions& channel) {
+// Checks the channel against the frontend, tunes and reports LOCKED or NO_SIGNAL (and with AUTO
+// which standard locked).
+TuneOutcome tuneAndReport(const GlobalOptions& global, const sp<ITuner>& tuner, uint32_t id,
+                          const sp<IFrontend>& frontend, const sp<FrontendEvents>& events,
+                          const ChannelOptions& channel) {
     FrontendSettings settings;
     FrontendInfo info{};
     std::string error;
     std::optional<SatellitePlan> plan;
+    TuneOutcome outcome;
     if (!buildSettings(channel, settings, error, &plan) || !frontendInfo(tuner, id, info) ||
         !checkAgainstFrontend(info, id, settings, error)) {
-        return reportFailure(global.json, kUsageError, error);
+        outcome.code = reportFailure(global.json, kUsageError, error);
+        return outcome;
     }
     if (plan) {
-        const int dish = setUpDish(global, tuner, id, frontend, *plan, channel);
-        if (dish != kSuccess) return dish;
+        outcome.code = setUpDish(global, tuner, id, frontend, *plan, channel);
+        if (outcome.code != kSuccess) return outcome;
     }
     // A scan a client left running (one that died, say) would go on moving the tuner.
     call("stopScan", [&] { return frontend->stopScan(); });
     call("setCallback", [&] { return frontend->setCallback(events); });
-    const std::vector<std::pair<std::string, FrontendSettings>> attempts =
-            automaticAttempts(settings, info);
-    for (const auto& [standard, attempt] : attempts) {
-        const FrontendSettings& tried = attempt;  // a lambda cannot capture a structured binding
-        const Result result = call("tune", [&] { return frontend->tune(tried); });
+    const std::vector<StandardAttempt> attempts = standardAttempts(settings, info);
+    for (const StandardAttempt& attempt : attempts) {
+        const Result result = call("tune", [&] { return frontend->tune(attempt.settings); });
         if (result != Result::SUCCESS) {
-            return reportFailure(global.json, kServiceError, "tune: " + toString(result));
+            outcome.code = reportFailure(global.json, kServiceError, "tune: " + toString(result));
+            return outcome;
         }
         const std::optional<FrontendEventType> event = events->takeEvent();
-        if (!event && takenByAnotherClient(serviceDump(tuner), id)) {
-            return reportFailure(global.json, kServiceError,
-                                 "frontend " + std::to_string(id) +
-                                         " was taken by another client (its events go there now)");
+        if (!event && takenByAnotherClient(serviceState(tuner, "tune"), id)) {
+            outcome.code =
+                    reportFailure(global.json, kServiceError,
+                                  "frontend " + std::to_string(id) +
+                                          " was taken by another client (its events go there now)");
+            return outcome;
         }
         if (!event) {
-            return reportFailure(global.json, kServiceError,
-                                 "tune: no event (the driver refused the tune)");
+            outcome.code = reportFailure(global.json, kServiceError,
+                                         "tune: no event (the driver refused the tune)");
+            return outcome;
         }
-        if (!global.json) {
-            std::cout << toString(*event) << (standard.empty() ? "" : " (" + standard + ")") << "\n";
+        outcome.channel = channelLabel(attempt.settings);
+        if (global.json) {
+            std::cout << JsonObject()
+                                 .add("event", toString(*event))
+                                 .add("standard", attempt.standard)
+                                 .add("channel", outcome.channel)
+                                 .str()
+                      << std::endl;
+        } else {
+            std::cout << toString(*event)
+                      << (attempts.size() > 1 ? " (" + attempt.standard + ")" : "") << "\n";
         }
-        if (*event == FrontendEventType::LOCKED) return kSuccess;
+        if (*event == FrontendEventType::LOCKED) {
+            notePlp(global, frontend, channel, attempt.settings, info);
+            outcome.code = kSuccess;
+            return outcome;
+        }
     }
-    return kNoLock;
+    return outcome;
 }
 
 // A line about the watch itself, beside its samples: on stderr, or a JSON object for --json.
@@ -198,8 +243,17 @@ sp<IFrontend> rejoin(const GlobalOptions& global, const TuneOptions& options,
 // Until Ctrl-C, which is how a watch ends. A watch outlives the service: it waits for a new
 // instance and goes on with it (frontend is then the new instance's).
 int watch(const GlobalOptions& global, const TuneOptions& options, const ChannelOptions& channel,
-          sp<IFrontend>& frontend, const std::vector<FrontendStatusType>& types) {
+          sp<IFrontend>& frontend, const Monitor& monitor) {
     installInterruptHandler();
+    std::vector<std::string> unmeasured;
+    for (FrontendStatusType type : monitor.types) {
+        if (monitor.notMeasured.count(toString(type)) != 0) unmeasured.push_back(statusName(type));
+    }
+    if (!unmeasured.empty()) {
+        notice(global.json,
+               "not measured by this frontend, so not shown: " + joined(unmeasured, ", "));
+    }
+    const std::vector<FrontendStatusType>& types = monitor.types;
     for (uint64_t sample = 1; !interrupted(); ++sample) {
         std::vector<FrontendStatus> statuses;
         Result result = Result::UNKNOWN_ERROR;
@@ -218,7 +272,7 @@ int watch(const GlobalOptions& global, const TuneOptions& options, const Channel
             continue;
         }
         if (result == Result::SUCCESS) {
-            printStatusLine(global.json, sample, statuses);
+            printStatusLine(global.json, monitor, sample, statuses);
         } else {
             reportFailure(global.json, kServiceError, "getStatus: " + toString(result));
         }
@@ -269,28 +323,36 @@ int showSignal(const GlobalOptions& global, const TuneOptions& options, bool wat
         const int read = channelFromFile(global, tuner, options, c);
         if (read != kSuccess) return read;
     }
-    int outcome = kSuccess;
+    std::optional<TuneOutcome> tuned;
     if (!c.dvbt.empty() || !c.dvbc.empty() || !c.dvbs.empty()) {
         sp<FrontendEvents> events = new FrontendEvents();
-        outcome = tuneAndReport(global, tuner, options.id, frontend, events, c);
-        if (outcome != kSuccess && outcome != kNoLock) return outcome;
+        tuned = tuneAndReport(global, tuner, options.id, frontend, events, c);
+        if (tuned->code != kSuccess && tuned->code != kNoLock) return tuned->code;
     }
-    FrontendInfo info{};
-    frontendInfo(tuner, options.id, info);
-    const std::vector<FrontendStatusType> types = monitorTypes(info);
+    const Monitor monitor = monitorOf(tuner, options.id, tuned ? tuned->channel : "");
     if (watchIt) {
-        const int code = watch(global, options, c, frontend, types);
+        const int code = watch(global, options, c, frontend, monitor);
         if (!serviceDied()) call("stopTune", [&] { return frontend->stopTune(); });
         return code;
     }
     std::vector<FrontendStatus> statuses;
-    if (!readStatus(global.json, frontend, types, statuses)) return kServiceError;
+    if (!readStatus(global.json, frontend, monitor, statuses)) return kServiceError;
     if (global.json) {
-        std::cout << statusJson(statuses) << "\n";
+        std::cout << JsonObject()
+                             .add("channel", monitor.watching)
+                             .addRaw("status",
+                                     statusFieldsJson(statusFields(statuses, monitor.notMeasured)))
+                             .str()
+                  << "\n";
     } else {
-        printStatusTable(statuses);
+        printStatusTable(monitor, statuses);
     }
-    return outcome;
+    if (tuned) return tuned->code;
+    // Without a tune of its own, the exit code says whether the frontend has lock now.
+    const std::optional<bool> locked = demodLocked(statuses);
+    if (locked) return *locked ? kSuccess : kNoLock;
+    const FrontendDump* state = serviceState(tuner, "status").frontend(options.id);
+    return state != nullptr && state->locked ? kSuccess : kNoLock;
 }
 
 }  // namespace
@@ -390,8 +452,9 @@ int runDemux(const GlobalOptions& global, const TuneOptions& options) {
     // One line per step, with the binding the service's dump shows; for --json a JSON object
     // per line.
     auto step = [&](const std::string& what) {
-        const std::optional<uint32_t> bound = boundDemux(tuner, options.id);
-        const bool ours = bound && *bound == demuxId;
+        const ServiceDump state = serviceState(tuner, "demux");
+        const auto bound = state.bindings.find(options.id);
+        const bool ours = bound != state.bindings.end() && bound->second == demuxId;
         if (global.json) {
             std::cout << JsonObject()
                                  .add("demux", demuxId)
@@ -408,7 +471,8 @@ int runDemux(const GlobalOptions& global, const TuneOptions& options) {
     call("setFrontendDataSource", [&] { return demux->setFrontendDataSource(options.id); });
     step("bound to frontend " + std::to_string(options.id));
     sp<FrontendEvents> events = new FrontendEvents();
-    const int outcome = tuneAndReport(global, tuner, options.id, frontend, events, options.channel);
+    const int outcome =
+            tuneAndReport(global, tuner, options.id, frontend, events, options.channel).code;
     if (outcome == kSuccess || outcome == kNoLock) {
         step("after tune");
         call("stopTune", [&] { return frontend->stopTune(); });

@@ -6,9 +6,9 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
-#include <regex>
 #include <thread>
 
 #include "ExitCodes.h"
@@ -101,32 +101,32 @@ sp<ITuner> reconnectTuner() {
     return nullptr;
 }
 
-std::string serviceDump(const sp<ITuner>& tuner) {
+std::string serviceDump(const sp<ITuner>& tuner, const std::vector<std::string>& options,
+                        const char* during) {
     std::string text;
-    CallDeadline deadline("dump");
-    if (!::android::hardware::debugDump(tuner, {}, text)) serviceLost("dump");
+    CallDeadline deadline(during);
+    hidl_vec<::android::hardware::hidl_string> args;
+    args.resize(options.size());
+    for (size_t i = 0; i < options.size(); ++i) args[i] = options[i];
+    if (!::android::hardware::debugDump(tuner, args, text)) serviceLost(during);
     return text;
 }
 
-bool takenByAnotherClient(const std::string& dump, uint32_t frontendId) {
+ServiceDump serviceState(const sp<ITuner>& tuner, const char* during) {
+    std::string error;
+    std::optional<ServiceDump> state =
+            parseServiceDump(serviceDump(tuner, {kDumpJsonOption}, during), error);
+    if (!state) {
+        reportFailure(gJson, kServiceError, error);
+        exit(kServiceError);
+    }
+    return *state;
+}
+
+bool takenByAnotherClient(const ServiceDump& state, uint32_t frontendId) {
     // Ours names this process; another's another pid, or is gone with its client, or was closed.
-    const std::regex line("frontend " + std::to_string(frontendId) + ": [^\n]*callback ([^\n]*)");
-    std::smatch match;
-    return std::regex_search(dump, match, line) &&
-           match[1] != "set by pid " + std::to_string(getpid());
-}
-
-bool scanRunning(const std::string& dump, uint32_t frontendId) {
-    const std::regex line("frontend " + std::to_string(frontendId) + ": [^\n]*scan running yes");
-    return std::regex_search(dump, line);
-}
-
-std::optional<uint32_t> boundDemux(const sp<ITuner>& tuner, uint32_t frontendId) {
-    const std::regex binding(" " + std::to_string(frontendId) + "->([0-9]+)");
-    std::smatch match;
-    const std::string dump = serviceDump(tuner);
-    if (!std::regex_search(dump, match, binding)) return std::nullopt;
-    return static_cast<uint32_t>(std::stoul(match[1]));
+    const FrontendDump* frontend = state.frontend(frontendId);
+    return frontend != nullptr && frontend->callbackPid != getpid();
 }
 
 std::vector<uint32_t> frontendIds(const sp<ITuner>& tuner) {
@@ -137,8 +137,19 @@ std::vector<uint32_t> frontendIds(const sp<ITuner>& tuner) {
     return ids;
 }
 
+std::string noSuch(const std::string& what, uint32_t id, const std::vector<uint32_t>& ids) {
+    std::string list;
+    for (uint32_t known : ids) list += (list.empty() ? "" : ", ") + std::to_string(known);
+    return "no such " + what + " " + std::to_string(id) + " (the service has " +
+           (ids.empty() ? "none" : list) + ")";
+}
+
 sp<IFrontend> openFrontend(const sp<ITuner>& tuner, uint32_t id, std::string& error) {
-    frontendIds(tuner);  // discovery
+    const std::vector<uint32_t> ids = frontendIds(tuner);  // discovery
+    if (std::find(ids.begin(), ids.end(), id) == ids.end()) {
+        error = noSuch("frontend", id, ids);
+        return nullptr;
+    }
     sp<IFrontend> frontend;
     Result result = Result::UNKNOWN_ERROR;
     call("openFrontendById", [&] {

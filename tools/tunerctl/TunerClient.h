@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "ServiceDump.h"
+
 namespace tunerctl {
 
 namespace hal = ::android::hardware::tv::tuner::V1_0;
@@ -25,14 +27,19 @@ sp<hal::ITuner> connectTuner();
 bool serviceDied();
 // Waits for a new instance of the service to register and connects to it; null if interrupted.
 sp<hal::ITuner> reconnectTuner();
-// The service's dump (IBase::debug), e.g. for `tunerctl dump`.
-std::string serviceDump(const sp<hal::ITuner>& tuner);
-// Whether the service's dump shows a scan running on the frontend.
-bool scanRunning(const std::string& dump, uint32_t frontendId);
-// Whether the dump shows the frontend's callback is not this process's: another client took it.
-bool takenByAnotherClient(const std::string& dump, uint32_t frontendId);
-// The demux the dump shows the frontend bound to, if any.
-std::optional<uint32_t> boundDemux(const sp<hal::ITuner>& tuner, uint32_t frontendId);
+// The service's dump (IBase::debug) with these options, e.g. for `tunerctl dump`; `during` names
+// the command's step should the service die meanwhile.
+std::string serviceDump(const sp<hal::ITuner>& tuner, const std::vector<std::string>& options = {},
+                        const char* during = "dump");
+// The service's state from the dump's machine-readable form; a service that answers another
+// form ends tunerctl with the service-error exit code.
+ServiceDump serviceState(const sp<hal::ITuner>& tuner, const char* during = "dump");
+// Whether the state shows the frontend's callback is not this process's: another client took it.
+bool takenByAnotherClient(const ServiceDump& state, uint32_t frontendId);
+
+// The one wording of a frontend or LNB id the service does not have, e.g. "no such frontend 9
+// (the service has 0, 1, 2, 3)".
+std::string noSuch(const std::string& what, uint32_t id, const std::vector<uint32_t>& ids);
 
 // The frontend ids, running discovery on the first call.
 std::vector<uint32_t> frontendIds(const sp<hal::ITuner>& tuner);

@@ -45,6 +45,10 @@ void addChannelOptions(CLI::App* command, tunerctl::ChannelOptions& c) {
     oneOf(command->add_option("--modulation", c.modulation, "DVB-C QAM (default 256QAM)"),
           kModulations);
     oneOf(command->add_option("--annex", c.annex, "DVB-C annex (default A)"), kAnnexes);
+    command->add_option("--plp,--stream-id", c.plp,
+                        "DVB-T2: the PLP, 0..255; DVB-S2: the input stream (a channel file's "
+                        "STREAM_ID). This frontend picks the PLP itself: tunerctl says so when it "
+                        "uses another");
     oneOf(command->add_option("--lnb", c.lnb,
                               "DVB-S: the LNB type (libdvbv5's table); --dvbs is then the "
                               "downlink frequency"),
