@@ -264,24 +264,9 @@ static_assert(offsetof(MOX_DiSEqCCmd_t, ucLen) == 6);
 // ---- Entry points (0 means success unless stated otherwise) ----
 
 extern "C" {
-int MOX_Tuner_Init(void);
-int MOX_Tuner_GetCapabilities(MOX_TunerCapability_t* capability);
-int MOX_Tuner_Scan(uint8_t tunerIndex, MOX_TunerParam_t param);
-// 0 when the tuner has lock.
-int MOX_Tuner_IsLocked(uint8_t tunerIndex);
-int MOX_Tuner_GetInfo(uint8_t tunerIndex, MOX_TunerSignalInfo_t* info);
-int MOX_Tuner_GetParamInfo(uint8_t tunerIndex, MOX_TunerParamInfo_t* info);
-int MOX_Tuner_Release(uint8_t tunerIndex);
-
-// LNB control, addressed by LNB id. Mode: 0 off, 1 up to 13 V, 2 from 14 V.
-int MOX_Tuner_SetLNBMode(int32_t lnbId, uint32_t mode);
-int MOX_Tuner_Set22KContinues(int32_t lnbId, uint32_t on);
-// Burst 0 selects satellite A, 1 satellite B.
-int MOX_Tuner_SendDiSEqCToneBurst(int32_t lnbId, uint32_t burst);
-int MOX_Tuner_SendDiSEqCCmd(int32_t lnbId, MOX_DiSEqCCmd_t cmd);
-
-// Player library: switches the secure media path of a data path on (1) or off (0).
-int MOX_DvbSetSMP(int path, int enable);
+#define MOX_ENTRY_POINT(id, name, library, params) int name params;
+#include "driver/MoxEntryPoints.def"
+#undef MOX_ENTRY_POINT
 }
 
 // Passthrough service hooks (C++ linkage, in the service's namespace).

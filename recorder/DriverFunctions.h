@@ -5,27 +5,17 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "driver/MoxEntryPoints.h"
+
 namespace mox::trace {
 
-enum class DriverFunction : uint8_t {
-    Init,
-    GetCapabilities,
-    Scan,
-    IsLocked,
-    GetInfo,
-    GetParamInfo,
-    Release,
-    SetLnbMode,
-    Set22kContinues,
-    SendToneBurst,
-    SendDiseqcCommand,
-    SetSecureMediaPath,
-};
-constexpr size_t kDriverFunctionCount = 12;
+using DriverFunction = ::mox::DriverFunction;
+constexpr size_t kDriverFunctionCount = kEntryPointCount;
 
 // What a call is addressed to: its scalar arguments go by these names in a record.
 enum class Target : uint8_t { None, Tuner, Lnb, DataPath };
 
+// How a trace records each entry point, in the list's order (the C name comes from the list).
 struct DriverFunctionInfo {
     const char* name;   // the C entry point's name
     Target target;      // the first argument: "tuner", "lnb" or "path"

@@ -90,27 +90,27 @@ int __wrap_MOX_Tuner_Release(uint8_t tunerIndex) {
 }
 
 int __wrap_MOX_Tuner_SetLNBMode(int32_t lnbId, uint32_t mode) {
-    return recorded(DriverFunction::SetLnbMode, lnbId, mode, {},
+    return recorded(DriverFunction::SetLNBMode, lnbId, mode, {},
                     [&] { return __real_MOX_Tuner_SetLNBMode(lnbId, mode); });
 }
 
 int __wrap_MOX_Tuner_Set22KContinues(int32_t lnbId, uint32_t on) {
-    return recorded(DriverFunction::Set22kContinues, lnbId, on, {},
+    return recorded(DriverFunction::Set22KContinues, lnbId, on, {},
                     [&] { return __real_MOX_Tuner_Set22KContinues(lnbId, on); });
 }
 
 int __wrap_MOX_Tuner_SendDiSEqCToneBurst(int32_t lnbId, uint32_t burst) {
-    return recorded(DriverFunction::SendToneBurst, lnbId, burst, {},
+    return recorded(DriverFunction::SendDiSEqCToneBurst, lnbId, burst, {},
                     [&] { return __real_MOX_Tuner_SendDiSEqCToneBurst(lnbId, burst); });
 }
 
 int __wrap_MOX_Tuner_SendDiSEqCCmd(int32_t lnbId, MOX_DiSEqCCmd_t cmd) {
-    return recorded(DriverFunction::SendDiseqcCommand, lnbId, 0, record(&cmd),
+    return recorded(DriverFunction::SendDiSEqCCmd, lnbId, 0, record(&cmd),
                     [&] { return __real_MOX_Tuner_SendDiSEqCCmd(lnbId, cmd); });
 }
 
 int __wrap_MOX_DvbSetSMP(int path, int enable) {
-    return recorded(DriverFunction::SetSecureMediaPath, path, enable, {},
+    return recorded(DriverFunction::DvbSetSMP, path, enable, {},
                     [&] { return __real_MOX_DvbSetSMP(path, enable); });
 }
 

@@ -65,27 +65,27 @@ int __wrap_MOX_Tuner_Release(uint8_t tunerIndex) {
 }
 
 int __wrap_MOX_Tuner_SetLNBMode(int32_t lnbId, uint32_t mode) {
-    return answered(DriverFunction::SetLnbMode, lnbId, mode, nullptr, 0, nullptr,
+    return answered(DriverFunction::SetLNBMode, lnbId, mode, nullptr, 0, nullptr,
                     [&] { return __real_MOX_Tuner_SetLNBMode(lnbId, mode); });
 }
 
 int __wrap_MOX_Tuner_Set22KContinues(int32_t lnbId, uint32_t on) {
-    return answered(DriverFunction::Set22kContinues, lnbId, on, nullptr, 0, nullptr,
+    return answered(DriverFunction::Set22KContinues, lnbId, on, nullptr, 0, nullptr,
                     [&] { return __real_MOX_Tuner_Set22KContinues(lnbId, on); });
 }
 
 int __wrap_MOX_Tuner_SendDiSEqCToneBurst(int32_t lnbId, uint32_t burst) {
-    return answered(DriverFunction::SendToneBurst, lnbId, burst, nullptr, 0, nullptr,
+    return answered(DriverFunction::SendDiSEqCToneBurst, lnbId, burst, nullptr, 0, nullptr,
                     [&] { return __real_MOX_Tuner_SendDiSEqCToneBurst(lnbId, burst); });
 }
 
 int __wrap_MOX_Tuner_SendDiSEqCCmd(int32_t lnbId, MOX_DiSEqCCmd_t cmd) {
-    return answered(DriverFunction::SendDiseqcCommand, lnbId, 0, &cmd, sizeof(cmd), nullptr,
+    return answered(DriverFunction::SendDiSEqCCmd, lnbId, 0, &cmd, sizeof(cmd), nullptr,
                     [&] { return __real_MOX_Tuner_SendDiSEqCCmd(lnbId, cmd); });
 }
 
 int __wrap_MOX_DvbSetSMP(int path, int enable) {
-    return answered(DriverFunction::SetSecureMediaPath, path, enable, nullptr, 0, nullptr,
+    return answered(DriverFunction::DvbSetSMP, path, enable, nullptr, 0, nullptr,
                     [&] { return __real_MOX_DvbSetSMP(path, enable); });
 }
 

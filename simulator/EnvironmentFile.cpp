@@ -344,7 +344,7 @@ void readMisbehaviour(const Reader& r, const json& v, const std::string& p, Tran
 constexpr std::array<NameCode, kDriverFunctions> functionTable() {
     std::array<NameCode, kDriverFunctions> table{};
     for (size_t f = 0; f < kDriverFunctions; ++f) {
-        table[f] = {kDriverFunctionNames[f], static_cast<uint32_t>(f)};
+        table[f] = {kEntryPoints[f].shortName, static_cast<uint32_t>(f)};
     }
     return table;
 }

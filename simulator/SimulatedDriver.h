@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "driver/MoxEntryPoints.h"
 #include "driver/MoxTuner.h"
 
 namespace mox::sim {
@@ -47,26 +48,10 @@ struct Transmitter {
     bool onAir = true;
 };
 
-// The driver's entry points, for faults.
-enum class DriverFunction {
-    Init,
-    GetCapabilities,
-    Scan,
-    IsLocked,
-    GetInfo,
-    GetParamInfo,
-    Release,
-    SetLNBMode,
-    Set22KContinues,
-    SendDiSEqCToneBurst,
-    SendDiSEqCCmd,
-};
-inline constexpr size_t kDriverFunctions = 11;
-// Their names, as installation files and world changes write them, in DriverFunction's order.
-inline constexpr const char* kDriverFunctionNames[kDriverFunctions] = {
-        "Init",         "GetCapabilities", "Scan",       "IsLocked",        "GetInfo",
-        "GetParamInfo", "Release",         "SetLNBMode", "Set22KContinues", "SendDiSEqCToneBurst",
-        "SendDiSEqCCmd"};
+// The driver's entry points, for faults: the tuner driver's part of the one list, named as
+// installation files and world changes write them (kEntryPoints[f].shortName).
+using DriverFunction = ::mox::DriverFunction;
+inline constexpr size_t kDriverFunctions = kDriverEntryPointCount;
 
 // A driver function that fails with a result code: on every call, on the first calls, or on
 // every n-th call.

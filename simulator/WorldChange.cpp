@@ -56,7 +56,7 @@ bool input(const std::string& text, Input& which) {
 
 bool function(const std::string& text, DriverFunction& which) {
     for (size_t f = 0; f < kDriverFunctions; ++f) {
-        if (text == kDriverFunctionNames[f]) {
+        if (text == kEntryPoints[f].shortName) {
             which = static_cast<DriverFunction>(f);
             return true;
         }

@@ -222,7 +222,7 @@ std::string SimulatedDriver::describe() {
     for (size_t f = 0; f < kDriverFunctions; ++f) {
         const Fault& fault = mMisbehaviour.faults[f];
         if (fault.result == 0) continue;
-        faults.push_back({{"function", kDriverFunctionNames[f]},
+        faults.push_back({{"function", kEntryPoints[f].shortName},
                           {"result", fault.result},
                           {"first", fault.first},
                           {"every", fault.every}});

@@ -2,7 +2,8 @@
 """Checks the device build files against each other and against the code: every source that
 Android.bp lists exists and every service source the host builds is listed; the VINTF fragment is
 well-formed XML; the service name, instance and binary path agree across the init script, the
-VINTF fragment, Android.bp, the SELinux files and the code. Prints one line per finding."""
+VINTF fragment, Android.bp, the SELinux files and the code; Android.bp wraps every entry point of
+driver/MoxEntryPoints.def. Prints one line per finding."""
 import pathlib
 import re
 import sys
@@ -40,6 +41,13 @@ for inline_list in re.findall(r"\[([^\]\n]*,[^\]\n]*)\]", bp):
 license_texts = re.findall(r'license_text: \[\s*"([^"]+)"', bp)
 for text in license_texts:
     check((ROOT / text).is_file(), f"license text {text} does not exist")
+
+# The recorder wraps every entry point of the one list, on a device as on the host.
+entry_points = re.findall(r"^MOX_ENTRY_POINT\(\w+, *(\w+),", read("driver/MoxEntryPoints.def"), re.M)
+wrapped = re.findall(r'"-Wl,--wrap=(\w+)"', bp)
+check(len(entry_points) > 0, "driver/MoxEntryPoints.def lists no entry point")
+check(wrapped == entry_points,
+      f"Android.bp wraps {wrapped}, but driver/MoxEntryPoints.def lists {entry_points}")
 
 binary = re.search(r'cc_binary \{\s*name: "([^"]+)"', bp).group(1)
 init_rc = re.search(r'init_rc: \["([^"]+)"\]', bp).group(1)
