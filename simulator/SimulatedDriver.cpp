@@ -132,25 +132,29 @@ int SimulatedDriver::getCapabilities(MOX_TunerCapability_t* capability) {
 }
 
 namespace {
-// A universal LNB's local oscillators.
+// A universal LNB's local oscillators; the low band reaches up to 11.7 GHz, the high band from
+// there.
 constexpr uint32_t kLowBandLoMHz = 9750;
 constexpr uint32_t kHighBandLoMHz = 10600;
 constexpr uint32_t kBandSplitMHz = 11700;
 }  // namespace
+
+std::optional<uint32_t> SimulatedDriver::dishIfMHz(const LnbState& lnb, const Transmitter& tx) {
+    if (lnb.mode == 0 || lnb.input != tx.switchInput || lnb.horizontal != tx.horizontal) {
+        return std::nullopt;
+    }
+    if (lnb.highBand != (tx.frequencyMHz >= kBandSplitMHz)) return std::nullopt;
+    const uint32_t lo = lnb.highBand ? kHighBandLoMHz : kLowBandLoMHz;
+    if (tx.frequencyMHz <= lo) return std::nullopt;
+    return tx.frequencyMHz - lo;
+}
 
 bool SimulatedDriver::dishPassesLocked(uint8_t tunerIndex, const Transmitter& tx,
                                        uint32_t ifMHz) const {
     if (tx.switchInput < 0) return tx.frequencyMHz == ifMHz;
     const int lnbId = tunerIndex < mTunerLnbs.size() ? mTunerLnbs[tunerIndex] : -1;
     if (lnbId < 0) return false;
-    const LnbState& lnb = mLnbs[lnbId];
-    if (lnb.mode == 0 || lnb.input != tx.switchInput || lnb.horizontal != tx.horizontal) {
-        return false;
-    }
-    // The low band reaches up to 11.7 GHz, the high band from there.
-    if (lnb.highBand != (tx.frequencyMHz >= kBandSplitMHz)) return false;
-    const uint32_t lo = lnb.highBand ? kHighBandLoMHz : kLowBandLoMHz;
-    return tx.frequencyMHz > lo && tx.frequencyMHz - lo == ifMHz;
+    return dishIfMHz(mLnbs[lnbId], tx) == ifMHz;
 }
 
 int SimulatedDriver::matchLocked(uint8_t tunerIndex, const MOX_TunerParam_t& param) const {

@@ -172,6 +172,9 @@ class SimulatedDriver {
     bool lockedLocked(uint8_t tunerIndex, const TunerState& tuner) const REQUIRES(mLock);
     int matchLocked(uint8_t tunerIndex, const MOX_TunerParam_t& param) const REQUIRES(mLock);
     // Whether the dish in front of the tuner passes the transponder to it at this IF.
+    // The universal LNB: the intermediate frequency at which the LNB, as set now, hands the
+    // transponder to its tuner; nullopt when its supply, tone and switch do not pass it.
+    static std::optional<uint32_t> dishIfMHz(const LnbState& lnb, const Transmitter& tx);
     bool dishPassesLocked(uint8_t tunerIndex, const Transmitter& tx, uint32_t ifMHz) const
             REQUIRES(mLock);
     float jitterLocked(float amplitude) REQUIRES(mLock);

@@ -50,10 +50,6 @@ Input inputOf(uint32_t system) {
                                         : Input::kAntenna;
 }
 
-// A universal LNB's local oscillators, as the dish uses them.
-constexpr uint32_t kLowBandLoMHz = 9750;
-constexpr uint32_t kHighBandLoMHz = 10600;
-
 }  // namespace
 
 void SimulatedDriver::setTimeline(std::vector<TimedChange> timeline) {
@@ -179,14 +175,10 @@ std::string SimulatedDriver::describe() {
             const LnbState& lnb = mLnbs[lnbId];
             json receives = json::array();
             for (const Transmitter& tx : mAir) {
-                if (tx.switchInput < 0 || !tx.onAir || !mConnected[2] || lnb.mode == 0 ||
-                    lnb.input != tx.switchInput || lnb.horizontal != tx.horizontal ||
-                    lnb.highBand != (tx.frequencyMHz >= 11700)) {
-                    continue;
+                if (tx.switchInput < 0 || !tx.onAir || !mConnected[2]) continue;
+                if (const std::optional<uint32_t> ifMHz = dishIfMHz(lnb, tx)) {
+                    receives.push_back({{"downlinkMHz", tx.frequencyMHz}, {"ifMHz", *ifMHz}});
                 }
-                const uint32_t lo = lnb.highBand ? kHighBandLoMHz : kLowBandLoMHz;
-                receives.push_back(
-                        {{"downlinkMHz", tx.frequencyMHz}, {"ifMHz", tx.frequencyMHz - lo}});
             }
             entry["receives"] = receives;
         }
