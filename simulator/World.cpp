@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "simulator/ServiceLogTap.h"
 #include "simulator/SimulatedDriver.h"
 #include "worldWire.h"
 
@@ -24,6 +25,15 @@ Return<void> World::change(const hidl_string& text, change_cb _hidl_cb) {
     std::string error;
     const bool accepted = parseWorldChange(text, change, error) && simulator().change(change, error);
     _hidl_cb(accepted, accepted ? "done: " + std::string(text) : error);
+    return Void();
+}
+
+Return<void> World::log(uint64_t after, int32_t priority, log_cb _hidl_cb) {
+    const ServiceLogExcerpt excerpt = serviceLogSince(after, priority);
+    ::android::hardware::hidl_vec<hidl_string> lines;
+    lines.resize(excerpt.lines.size());
+    for (size_t i = 0; i < lines.size(); ++i) lines[i] = excerpt.lines[i];
+    _hidl_cb(excerpt.newest, lines);
     return Void();
 }
 

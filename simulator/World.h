@@ -10,6 +10,8 @@ class World : public ::vendor::mox::simulator::V1_0::IWorld {
     ::android::hardware::Return<void> describe(describe_cb _hidl_cb) override;
     ::android::hardware::Return<void> change(const ::android::hardware::hidl_string& change,
                                              change_cb _hidl_cb) override;
+    ::android::hardware::Return<void> log(uint64_t after, int32_t priority,
+                                          log_cb _hidl_cb) override;
 };
 
 // Registers the world as "default" beside the process's tuner; logs why when it cannot.

@@ -14,6 +14,7 @@
 #include "ExitCodes.h"
 #include "Output.h"
 #include "ServiceCalls.h"
+#include "ServiceLog.h"
 
 extern "C" ::android::hardware::tv::tuner::V1_0::ITuner* HIDL_FETCH_ITuner(const char* name);
 
@@ -79,6 +80,7 @@ sp<ITuner> connectTuner() {
     // Callbacks from the service run on this process's pool.
     ::android::hardware::configureRpcThreadpool(2, false);
     gService = connectRemote();
+    if (gService != nullptr) startServiceLog();
     if (gService == nullptr) {
         reportFailure(gJson, kServiceError,
                       "the tuner service is not running: start it with scripts/service.sh start, "

@@ -9,6 +9,7 @@
 #include "Output.h"
 #include "Satellite.h"
 #include "ServiceCalls.h"
+#include "ServiceLog.h"
 #include "TunerClient.h"
 #include "ValueParsing.h"
 #include "World.h"
@@ -174,10 +175,13 @@ void addCommands(CLI::App& app, CommandLine& c) {
 
 // The service's log as -v, -vv and -q ask; the call time-out; the service to use.
 int configure(const CommandLine& c) {
-    __android_log_set_minimum_priority(c.quiet            ? ANDROID_LOG_SILENT
-                                       : c.verbosity >= 2 ? ANDROID_LOG_DEBUG
-                                       : c.verbosity == 1 ? ANDROID_LOG_INFO
-                                                          : ANDROID_LOG_WARN);
+    const int priority = c.quiet            ? ANDROID_LOG_SILENT
+                         : c.verbosity >= 2 ? ANDROID_LOG_DEBUG
+                         : c.verbosity == 1 ? ANDROID_LOG_INFO
+                                            : ANDROID_LOG_WARN;
+    // An in-process service logs here; the running one's records are fetched after the command.
+    __android_log_set_minimum_priority(priority);
+    tunerctl::setServiceLogPriority(c.quiet ? 0 : priority);
     const std::optional<std::chrono::milliseconds> timeout = tunerctl::parseDuration(c.timeout);
     if (!timeout || timeout->count() <= 0) {
         return tunerctl::reportFailure(c.global.json, tunerctl::kUsageError,
@@ -223,5 +227,8 @@ int main(int argc, char** argv) {
         return code == 0 ? tunerctl::kSuccess : tunerctl::kUsageError;
     }
     const int configured = configure(commandLine);
-    return configured != tunerctl::kSuccess ? configured : run(app, commandLine);
+    if (configured != tunerctl::kSuccess) return configured;
+    const int code = run(app, commandLine);
+    tunerctl::showServiceLog();
+    return code;
 }
