@@ -343,11 +343,13 @@ int runScan(const GlobalOptions& global, const ScanOptions& options) {
         call("stopScan", [&] { return job.frontend->stopScan(); });
     }
     report.clearBar();
-    if (!stopped) call("stopScan", [&] { return job.frontend->stopScan(); });
+    // The PLP is read while the tuner is still on the multiplex: stopScan releases it.
     if (!report.found.empty() && !stopped) {
-        if (const std::optional<uint32_t> plp = plpInUse(job))
+        if (const std::optional<uint32_t> plp = plpInUse(job)) {
             job.channel.plp = std::to_string(*plp);
+        }
     }
+    if (!stopped) call("stopScan", [&] { return job.frontend->stopScan(); });
     return summarise(global, options, job, report, stopped);
 }
 
