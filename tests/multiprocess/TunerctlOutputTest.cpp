@@ -64,10 +64,12 @@ TEST_F(TunerctlOutputTest, StatusExitsOneWithoutLockAndZeroWithIt) {
     Outcome idle = run({"status", "1"});
     EXPECT_EQ(idle.code, 1) << idle.out << idle.err;
     EXPECT_TRUE(has(idle.out, "lock      no lock")) << idle.out;
+    EXPECT_TRUE(has(idle.out, "channel   frontend 1 (DVBT, not tuned here)")) << idle.out;
     ASSERT_EQ(run({"tune", "1", "--dvbt", "482MHz"}).code, 0);
     Outcome locked = run({"status", "1"});
     EXPECT_EQ(locked.code, 0) << locked.out << locked.err;
     EXPECT_TRUE(has(locked.out, "lock      LOCKED")) << locked.out;
+    EXPECT_TRUE(has(locked.out, "channel   DVB-T 482.000 MHz (tuned before)")) << locked.out;
     Outcome stillNoSignal = run({"status", "1", "--dvbt", "490MHz"});
     EXPECT_EQ(stillNoSignal.code, 1) << stillNoSignal.out;
 }

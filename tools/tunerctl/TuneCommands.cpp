@@ -13,6 +13,7 @@
 #include "ServiceCalls.h"
 #include "StatusFields.h"
 #include "TunerClient.h"
+#include "World.h"
 
 namespace tunerctl {
 
@@ -37,9 +38,14 @@ Monitor monitorOf(const sp<ITuner>& tuner, uint32_t id, const std::string& watch
     if (const FrontendDump* frontend = state.frontend(id)) {
         monitor.notMeasured.insert(frontend->notMeasured.begin(), frontend->notMeasured.end());
     }
-    monitor.watching = watching.empty() ? "frontend " + std::to_string(id) + " (" +
-                                                  toString(info.type) + ", as tuned before)"
-                                        : watching;
+    // Not tuned by this command: what the driver was last tuned to, where the host's world
+    // tells; else the frontend and its type.
+    std::optional<std::string> tuned;
+    if (watching.empty()) tuned = tunedInTheWorld(id & 0xFF);
+    monitor.watching = !watching.empty() ? watching
+                       : tuned           ? *tuned + " (tuned before)"
+                               : "frontend " + std::to_string(id) + " (" + toString(info.type) +
+                                         ", not tuned here)";
     return monitor;
 }
 

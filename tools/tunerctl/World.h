@@ -14,6 +14,10 @@ namespace tunerctl {
 // The world's description; nullopt, after one line on stderr, where no world answers.
 std::optional<nlohmann::json> describeWorld();
 
+// What the simulated driver's tuner was last tuned to ("DVB-T 482.000 MHz"); nullopt where it
+// is not tuned or no world answers (a box).
+std::optional<std::string> tunedInTheWorld(uint32_t tuner);
+
 struct WorldOptions {
     std::vector<std::string> change;  // the words of a change; none: show the world
     bool watch = false;

@@ -69,6 +69,26 @@ std::string tunerLine(const json& t) {
 
 }  // namespace
 
+std::optional<std::string> tunedInTheWorld(uint32_t tuner) {
+    sp<IWorld> world = connectWorld();
+    if (world == nullptr) return std::nullopt;
+    std::string text;
+    call("describe", [&] {
+        return world->describe([&](const ::android::hardware::hidl_string& t) { text = t; });
+    });
+    const json parsed = json::parse(text, nullptr, false);
+    if (parsed.is_discarded() || !parsed.contains("tuners")) return std::nullopt;
+    for (const json& t : parsed.at("tuners")) {
+        if (t.value("tuner", -1) != static_cast<int>(tuner) || !t.value("tuned", false)) continue;
+        const json& asked = t.at("asked");
+        char line[96];
+        snprintf(line, sizeof(line), "%s %.3f MHz", asked.value("system", "?").c_str(),
+                 asked.value("frequencyMHz", 0u) * 1.0);
+        return std::string(line);
+    }
+    return std::nullopt;
+}
+
 std::optional<json> describeWorld() {
     sp<IWorld> world = connectWorld();
     if (world == nullptr) {
