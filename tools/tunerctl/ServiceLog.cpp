@@ -44,9 +44,13 @@ void startServiceLog() {
 void showServiceLog() {
     if (gWorld == nullptr) return;
     CallDeadline deadline("reading the service's log");
-    gWorld->log(gFirst, gPriority, [](uint64_t, const auto& lines) {
-        for (const auto& line : lines) std::cerr << line.c_str() << "\n";
-    });
+    const bool answered = gWorld->log(gFirst, gPriority, [](uint64_t, const auto& lines) {
+                                    for (const auto& line : lines)
+                                        std::cerr << line.c_str() << "\n";
+                                }).isOk();
+    // A service that died meanwhile (a watch that went on with a new instance) has no log of
+    // this command to give; the command said what happened to it.
+    if (!answered) gWorld = nullptr;
     std::cerr << std::flush;
 }
 
