@@ -208,6 +208,10 @@ TEST_F(TunerctlOutputTest, OneWordingForAnIdTheServiceDoesNotHave) {
         EXPECT_EQ(o.code, 2) << args[0];
         EXPECT_EQ(o.err, line) << args[0];
     }
+    // A scan's summary has every key every time, null where there is nothing.
+    Outcome nothing = run({"scan", "0", "--dvbt", "490MHz", "--json"});
+    EXPECT_EQ(nothing.code, 1);
+    EXPECT_EQ(nothing.out, "{\"found\":[],\"stopped\":false,\"leftOn\":null}\n");
     Outcome json = run({"info", "9", "--json"});
     EXPECT_EQ(json.out,
               "{\"error\":\"no such frontend 9 (the service has 0, 1, 2, 3)\",\"exit\":2}\n");

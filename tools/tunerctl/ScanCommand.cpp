@@ -271,7 +271,12 @@ int summarise(const GlobalOptions& global, const ScanOptions& options, const Sca
         for (const Multiplex& m : multiplexes) found.push_back(multiplexJson(m));
         JsonObject summary;
         summary.addRaw("found", jsonArray(found)).add("stopped", stopped);
-        if (leftOn) summary.add("leftOn", report.found.back());
+        // Every key every time: null where the tuner was left on nothing.
+        if (leftOn) {
+            summary.add("leftOn", report.found.back());
+        } else {
+            summary.addRaw("leftOn", "null");
+        }
         std::cout << summary.str() << std::endl;
         return scanOutcome(stopped, report.found.empty());
     }
