@@ -229,7 +229,7 @@ std::optional<int> followScan(const GlobalOptions& global, const ScanOptions& op
             call("stopScan", [&] { return job.frontend->stopScan(); });
             stopped = true;
         }
-        if (serviceDied()) serviceLost("the scan");
+        if (serviceDied()) serviceLost("scan");
         auto message = events.takeScanMessage(std::chrono::milliseconds(100));
         if (message) {
             report.take(message->first, message->second);
