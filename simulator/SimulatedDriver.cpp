@@ -35,9 +35,10 @@ SimulatedDriver::SimulatedDriver() : mClock(steadyNowUs), mStartUs(steadyNowUs()
     mAir = defaultAir();
 }
 
-void SimulatedDriver::setClock(Clock clock) {
+void SimulatedDriver::setClock(Clock clock, uint32_t speed) {
     ::android::Mutex::Autolock guard(mLock);
     mClock = clock ? std::move(clock) : Clock(steadyNowUs);
+    mClockSpeed = speed;
 }
 
 // One tuner per channel of every listed entry, one LNB per voltage entry of the largest

@@ -134,7 +134,8 @@ class SimulatedDriver {
     static MOX_TunerCapability_t defaultCapabilities();
     static std::vector<Transmitter> defaultAir();
 
-    void setClock(Clock clock);
+    // The clock, and how many times faster than real time it runs (the world says so).
+    void setClock(Clock clock, uint32_t speed = 1);
     void setCapabilities(const MOX_TunerCapability_t& capability);
     // The box and the air it receives; every tuner and LNB starts idle.
     void setEnvironment(const MOX_TunerCapability_t& capability, std::vector<Transmitter> air,
@@ -190,6 +191,7 @@ class SimulatedDriver {
 
     mutable ::android::Mutex mLock;
     Clock mClock GUARDED_BY(mLock);
+    uint32_t mClockSpeed GUARDED_BY(mLock) = 1;
     MOX_TunerCapability_t mCapability GUARDED_BY(mLock);
     std::vector<Transmitter> mAir GUARDED_BY(mLock);
     std::vector<TunerState> mTuners GUARDED_BY(mLock);

@@ -150,6 +150,7 @@ std::string SimulatedDriver::describe() {
     advanceLocked();
     json world;
     world["clockMs"] = (mClock() - mStartUs) / 1000;
+    world["clockSpeed"] = mClockSpeed;
     world["inputs"] = {
             {"cable", mConnected[0]}, {"antenna", mConnected[1]}, {"dish", mConnected[2]}};
     json tuners = json::array();

@@ -1,20 +1,27 @@
 #!/bin/sh
 # A blind cable sweep in a real terminal (tmux): the progress redraws one line that fits the
-# terminal, and Ctrl-C stops the scan with exit code 130. Every wait is bounded.
+# terminal, and Ctrl-C stops the scan with exit code 130. Every wait is bounded. The terminal
+# server is the test's own (a private socket, no configuration file), and tunerctl gets its
+# environment from the command line, so a tmux server or variables of the person running the
+# suite change nothing.
 set -eu
 tunerctl="$1"
-session="tunerctl-test-$$"
-result=$(mktemp)
-trap 'tmux kill-session -t "$session" 2>/dev/null || true; rm -f "$result"' EXIT
+work=$(mktemp -d)
+server="$work/tmux.socket"
+result="$work/result"
+unset TMUX TMUX_TMPDIR
+export SHELL=/bin/sh  # the server runs the pane's command with it
+tmux_() { tmux -S "$server" -f /dev/null "$@"; }
+trap 'tmux_ kill-server 2>/dev/null || true; rm -rf "$work"' EXIT
 
 # The shell around tunerctl ignores Ctrl-C, so it lives to write the exit code; tunerctl sets its
 # own handler.
-tmux new-session -d -s "$session" -x 72 -y 20 \
-  "sh -c 'trap \"\" INT; \"$tunerctl\" scan 2 --dvbc 474MHz --blind; echo \"exit \$?\" > \"$result\"; sleep 60'"
+tmux_ new-session -d -s progress -x 72 -y 20 \
+  "sh -c 'trap \"\" INT; env TUNERCTL_IN_PROCESS=1 MOX_HIDL_SERVICE_DIR=\"$work/registry\" \"$tunerctl\" scan 2 --dvbc 474MHz --blind; echo \"exit \$?\" > \"$result\"; sleep 60'"
 
 screen=""
 for _ in $(seq 1 100); do
-  screen=$(tmux capture-pane -p -t "$session")
+  screen=$(tmux_ capture-pane -p -t progress)
   echo "$screen" | grep -q 'MHz ~.*left' && break
   sleep 0.1
 done
@@ -23,12 +30,12 @@ bars=$(echo "$screen" | grep -c '%' || true)
 width=$(echo "$screen" | grep '%' | awk '{ print length($0) }')
 [ "$width" -le 72 ] || { echo "the progress line is $width columns wide on a 72-column terminal"; exit 1; }
 
-tmux send-keys -t "$session" C-c
+tmux_ send-keys -t progress C-c
 for _ in $(seq 1 100); do
   [ -s "$result" ] && break
   sleep 0.1
 done
-screen=$(tmux capture-pane -p -t "$session")
+screen=$(tmux_ capture-pane -p -t progress)
 grep -q '^exit 130$' "$result" || { echo "exit: $(cat "$result")"; echo "$screen"; exit 1; }
 echo "$screen" | grep -q '^scan stopped$' || { echo "no 'scan stopped':"; echo "$screen"; exit 1; }
 echo "$screen" | grep -q '%' && { echo "the progress line stayed:"; echo "$screen"; exit 1; }

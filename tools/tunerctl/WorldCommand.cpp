@@ -108,9 +108,11 @@ std::optional<json> describeWorld() {
 std::string worldText(const json& world) {
     std::string text;
     char clock[64];
-    snprintf(clock, sizeof(clock), "simulated clock %.3f s; ",
+    snprintf(clock, sizeof(clock), "simulated clock %.3f s ",
              world.at("clockMs").get<double>() / 1000);
     text += clock;
+    const uint32_t speed = world.value("clockSpeed", 1u);
+    text += speed == 1 ? "(real time); " : "(" + std::to_string(speed) + "x real time); ";
     std::vector<std::string> inputs;
     for (const auto& [name, connected] : world.at("inputs").items()) {
         inputs.push_back(name + (connected.get<bool>() ? " connected" : " disconnected"));
