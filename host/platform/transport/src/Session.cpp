@@ -60,34 +60,39 @@ ChannelPool::~ChannelPool() {
 }
 
 std::unique_ptr<Channel> ChannelPool::acquire() {
-    {
-        AutoMutex guard(mLock);
-        for (;;) {
-            if (!mSession.isAlive()) return nullptr;
-            if (!mIdle.empty()) {
-                std::unique_ptr<Channel> channel = std::move(mIdle.back());
-                mIdle.pop_back();
-                return channel;
+    for (;;) {
+        {
+            AutoMutex guard(mLock);
+            for (;;) {
+                if (!mSession.isAlive()) return nullptr;
+                if (!mIdle.empty()) {
+                    std::unique_ptr<Channel> channel = std::move(mIdle.back());
+                    mIdle.pop_back();
+                    return channel;
+                }
+                if (mCount < mMax && mOpen) {
+                    ++mCount;
+                    break;
+                }
+                if (mCount == 0) return nullptr;
+                mFree.wait(mLock);
             }
-            if (mCount < mMax && mOpen) {
-                ++mCount;
-                break;
-            }
-            if (mCount == 0) return nullptr;
-            mFree.wait(mLock);
         }
+        const int fd = mOpen();
+        if (fd >= 0 && mSession.addSocket(fd)) {
+            auto channel = std::make_unique<Channel>();
+            channel->fd = fd;
+            return channel;
+        }
+        if (fd >= 0) closeTrackedFd(fd);
+        AutoMutex guard(mLock);
+        --mCount;
+        mFree.signal();
+        // No further socket now (the peer may have no room for one): the sockets open will do,
+        // one caller at a time.
+        if (mCount == 0) return nullptr;
+        mMax = mCount;
     }
-    const int fd = mOpen();
-    if (fd >= 0 && mSession.addSocket(fd)) {
-        auto channel = std::make_unique<Channel>();
-        channel->fd = fd;
-        return channel;
-    }
-    if (fd >= 0) closeTrackedFd(fd);
-    AutoMutex guard(mLock);
-    --mCount;
-    mFree.signal();
-    return nullptr;
 }
 
 void ChannelPool::release(std::unique_ptr<Channel> channel, bool broken) {
@@ -179,8 +184,13 @@ Status Session::transact(uint64_t object, uint16_t method, capnp::MessageBuilder
         return Status::fromStatusT(DEAD_OBJECT);
     }
     Status status = Status::ok();
+    const size_t words = reply.bodyBytes / sizeof(capnp::word);
+    if (!bodyIsOneMessage(reinterpret_cast<const uint64_t*>(body), words)) {
+        pool->release(std::move(channel), true);
+        kill("a malformed reply");
+        return Status::fromStatusT(DEAD_OBJECT);
+    }
     kj::Maybe<kj::Exception> malformed = kj::runCatchingExceptions([&]() {
-        const size_t words = reply.bodyBytes / sizeof(capnp::word);
         if (words == 0) {
             IncomingReply empty(*this, nullptr);
             if (reply.kind == FrameKind::kFailed) {

@@ -37,7 +37,7 @@ class ChannelPool {
   public:
     using Opener = std::function<int()>;  // a new socket of the session, or -1
     ChannelPool(Session& session, size_t max, Opener open)
-        : mSession(session), mMax(max), mOpen(std::move(open)) {}
+        : mSession(session), mOpen(std::move(open)), mMax(max) {}
     ~ChannelPool();
 
     // Blocks while every socket is out; null when the session is dead or no socket can be had.
@@ -51,10 +51,10 @@ class ChannelPool {
 
   private:
     Session& mSession;
-    const size_t mMax;
     const Opener mOpen;
     Mutex mLock;
     Condition mFree;
+    size_t mMax GUARDED_BY(mLock);  // lowered when the peer refuses a further socket
     std::vector<std::unique_ptr<Channel>> mIdle GUARDED_BY(mLock);
     size_t mCount GUARDED_BY(mLock) = 0;
 };

@@ -26,8 +26,13 @@ namespace limits {
 constexpr size_t kMaxFrameBytes = 1 << 20;
 // A peer that stops half way through a frame, or stops reading our replies, is dropped then.
 constexpr int kStallTimeoutMs = 2000;
-// Sockets this process serves at once, over all peers; further connections are closed at once.
+// Sockets this process serves at once, over all peers; further connections are told the service is
+// busy and closed at once.
 constexpr size_t kMaxConnections = 256;
+// Sockets one peer process (by its credentials) may have this process serve at once, so that one
+// process cannot take every connection: a quarter of the total, room for three sessions that use
+// every socket they may.
+constexpr size_t kMaxConnectionsPerPeer = 64;
 // Sockets one client session may hold (its calling threads check them out), besides its one
 // socket for calls the other way.
 constexpr size_t kMaxChannelsPerSession = 16;
