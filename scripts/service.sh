@@ -11,7 +11,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 binary="${MOX_SERVICE_BINARY:-$PWD/build/default/android.hardware.tv.tuner@1.0-service}"
-dir="${MOX_HIDL_SERVICE_DIR:-/tmp/mox-hidl-$(id -u)}"
+# The service's default: $XDG_RUNTIME_DIR/mox-hidl when that is a real directory of this user closed to others, else /tmp/mox-hidl-<uid>.
+dir="${MOX_HIDL_SERVICE_DIR:-$(x="${XDG_RUNTIME_DIR:-}"; case "$x" in /*) [ -n "$(find "$x" -maxdepth 0 -type d -user "$(id -u)" ! -perm /022 2>/dev/null)" ] && echo "$x/mox-hidl" && exit;; esac; echo "/tmp/mox-hidl-$(id -u)")}"
 socket="$dir/android.hardware.tv.tuner@1.0::ITuner@default"
 pidfile="$dir/service.pid"
 log="$dir/service.log"

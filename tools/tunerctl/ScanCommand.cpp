@@ -203,13 +203,13 @@ std::optional<int> followScan(const GlobalOptions& global, const ScanOptions& op
             call("stopScan", [&] { return job.frontend->stopScan(); });
             stopped = true;
         }
-        if (serviceDied()) serviceLost("the scan");
+        if (serviceDied()) serviceLost("scan");
         auto message = events.takeScanMessage(std::chrono::milliseconds(100));
         if (message) {
             report.take(message->first, message->second);
             continue;
         }
-        const std::string dump = serviceDump(job.tuner);
+        const std::string dump = serviceDump(job.tuner, "scan");
         if (takenByAnotherClient(dump, options.id)) {
             report.clearBar();
             return reportFailure(global.json, kServiceError,

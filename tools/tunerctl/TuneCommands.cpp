@@ -148,7 +148,7 @@ int tuneAndReport(const GlobalOptions& global, const sp<ITuner>& tuner, uint32_t
             return reportFailure(global.json, kServiceError, "tune: " + toString(result));
         }
         const std::optional<FrontendEventType> event = events->takeEvent();
-        if (!event && takenByAnotherClient(serviceDump(tuner), id)) {
+        if (!event && takenByAnotherClient(serviceDump(tuner, "tune"), id)) {
             return reportFailure(global.json, kServiceError,
                                  "frontend " + std::to_string(id) +
                                          " was taken by another client (its events go there now)");

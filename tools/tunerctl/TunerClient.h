@@ -25,8 +25,9 @@ sp<hal::ITuner> connectTuner();
 bool serviceDied();
 // Waits for a new instance of the service to register and connects to it; null if interrupted.
 sp<hal::ITuner> reconnectTuner();
-// The service's dump (IBase::debug), e.g. for `tunerctl dump`.
-std::string serviceDump(const sp<hal::ITuner>& tuner);
+// The service's dump (IBase::debug), e.g. for `tunerctl dump`; `during` names the command that
+// reads it, should the service die meanwhile.
+std::string serviceDump(const sp<hal::ITuner>& tuner, const char* during = "dump");
 // Whether the service's dump shows a scan running on the frontend.
 bool scanRunning(const std::string& dump, uint32_t frontendId);
 // Whether the dump shows the frontend's callback is not this process's: another client took it.
