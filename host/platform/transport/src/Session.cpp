@@ -6,10 +6,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 
 #include "IoLoop.h"
+#include "SessionClaims.h"
 
 namespace android {
 namespace hardware {
@@ -136,8 +138,15 @@ void ChannelPool::closeAll() {
     }
 }
 
+namespace {
+std::atomic<uint64_t> gNextSerial{1};
+}  // namespace
+
 Session::Session(std::string peer, uint64_t token)
-    : mPeer(std::move(peer)), mToken(token), mGeneration(processGeneration()) {}
+    : mPeer(std::move(peer)),
+      mToken(token),
+      mSerial(gNextSerial.fetch_add(1)),
+      mGeneration(processGeneration()) {}
 
 Session::~Session() {
     // The pools close their sockets; nothing else of the session is touched then.
@@ -235,16 +244,20 @@ uint64_t Session::exportObject(const sp<::android::hidl::base::V1_0::IBase>& obj
             return remote->remoteId() | kReceiversObject;
         }
     }
-    AutoMutex guard(mLock);
-    auto known = mExportIds.find(object.get());
-    if (known != mExportIds.end()) {
-        ++mExports[known->second].sent;
-        return known->second;
+    uint64_t id = 0;
+    {
+        AutoMutex guard(mLock);
+        auto known = mExportIds.find(object.get());
+        if (known != mExportIds.end()) {
+            ++mExports[known->second].sent;
+            return known->second;
+        }
+        if (mExports.size() >= limits::kMaxObjectsPerSession) return 0;
+        id = mNextExport++;
+        mExports[id] = Export{object, dispatch, 1, std::make_shared<SerialQueue>()};
+        mExportIds[object.get()] = id;
     }
-    if (mExports.size() >= limits::kMaxObjectsPerSession) return 0;
-    const uint64_t id = mNextExport++;
-    mExports[id] = Export{object, dispatch, 1, std::make_shared<SerialQueue>()};
-    mExportIds[object.get()] = id;
+    claimHandedOut(*this, object, dispatch);
     return id;
 }
 
@@ -266,16 +279,20 @@ bool Session::findExport(uint64_t id, Export& out) {
 
 bool Session::releaseExport(uint64_t id, uint64_t count) {
     sp<::android::hidl::base::V1_0::IBase> dropped;  // released after the lock
-    AutoMutex guard(mLock);
-    auto it = mExports.find(id);
-    if (it == mExports.end()) return !mAlive;
-    if (count > it->second.sent) return false;
-    it->second.sent -= count;
-    if (it->second.sent == 0) {
-        dropped = std::move(it->second.object);
-        mExportIds.erase(dropped.get());
-        mExports.erase(it);
+    {
+        AutoMutex guard(mLock);
+        auto it = mExports.find(id);
+        if (it == mExports.end()) return !mAlive;
+        if (count > it->second.sent) return false;
+        it->second.sent -= count;
+        if (it->second.sent == 0) {
+            dropped = std::move(it->second.object);
+            mExportIds.erase(dropped.get());
+            mExports.erase(it);
+        }
     }
+    // The peer cannot reach the object any more: what it did not close is closed now.
+    if (dropped != nullptr) putRightWhatWasLetGo(*this, dropped);
     return true;
 }
 
@@ -333,6 +350,8 @@ void Session::kill(const char* why) {
         for (int fd : mSockets) shutdown(fd, SHUT_RDWR);
     }
     ALOGV("session with %s ended: %s", mPeer.c_str(), why);
+    // While the objects it was handed are still held here.
+    putRightWhatIsLeft(*this);
     if (mCalls != nullptr) mCalls->closeAll();
     if (mOneway != nullptr && mOneway != mCalls) mOneway->closeAll();
     for (Link& link : links) {

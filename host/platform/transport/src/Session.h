@@ -71,6 +71,8 @@ class Session : public std::enable_shared_from_this<Session> {
 
     const std::string& peer() const { return mPeer; }
     uint64_t token() const { return mToken; }
+    // Unique among this process's sessions, past and present.
+    uint64_t serial() const { return mSerial; }
     bool belongsToThisProcess() const { return mGeneration == processGeneration(); }
 
     // Where calls go: the calls pool serves two-way calls, the oneway pool oneway calls and
@@ -126,6 +128,7 @@ class Session : public std::enable_shared_from_this<Session> {
     };
     const std::string mPeer;
     const uint64_t mToken;
+    const uint64_t mSerial;
     const uint32_t mGeneration;
     std::shared_ptr<ChannelPool> mCalls;
     std::shared_ptr<ChannelPool> mOneway;
