@@ -25,7 +25,11 @@ struct PeerCount {
     size_t connections = 0;
     bool warned = false;
 };
-Mutex gPeersLock;
+// Never destroyed: pool threads use it until the process ends.
+Mutex& peersLock() {
+    static auto* lock = new Mutex();
+    return *lock;
+}
 std::unordered_map<pid_t, PeerCount>& peers() {
     static auto* map = new std::unordered_map<pid_t, PeerCount>();
     return *map;
@@ -113,7 +117,7 @@ void Listener::refuse(int fd) {
 }
 
 bool Listener::enter(pid_t peer) {
-    AutoMutex guard(gPeersLock);
+    AutoMutex guard(peersLock());
     PeerCount& count = peers()[peer];
     if (count.connections < limits::kMaxConnectionsPerPeer) {
         ++count.connections;
@@ -129,7 +133,7 @@ bool Listener::enter(pid_t peer) {
 }
 
 void Listener::leave(pid_t peer) {
-    AutoMutex guard(gPeersLock);
+    AutoMutex guard(peersLock());
     auto it = peers().find(peer);
     if (it != peers().end() && --it->second.connections == 0) peers().erase(it);
 }

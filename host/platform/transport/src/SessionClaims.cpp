@@ -19,8 +19,12 @@ namespace {
 
 using ::android::hidl::base::V1_0::IBase;
 
+// The locks are never destroyed: pool threads use them until the process ends.
+Mutex& tableLock() {
+    static auto* lock = new Mutex();
+    return *lock;
+}
 // Written before the first session opens, read lock-free by every incoming call after that.
-Mutex gTableLock;
 SessionCleanup gTable[kMaxSessionCleanups];
 std::atomic<size_t> gTableSize{0};
 
@@ -43,7 +47,10 @@ struct Claim {
 };
 // Taken before a session's own lock (which isAlive takes), never the other way round, and never
 // held while an object is put right.
-Mutex gClaimsLock;
+Mutex& claimsLock() {
+    static auto* lock = new Mutex();
+    return *lock;
+}
 std::unordered_map<const IBase*, Claim>& claims() {
     static auto* map = new std::unordered_map<const IBase*, Claim>();
     return *map;
@@ -80,7 +87,7 @@ void putRight(uint64_t session, const std::string& peer, std::vector<Leftover> c
     submitToRpcPool([session, peer, candidates = std::move(candidates), event]() mutable {
         std::vector<Leftover> left;
         {
-            AutoMutex guard(gClaimsLock);
+            AutoMutex guard(claimsLock());
             auto& map = claims();
             for (Leftover& c : candidates) {
                 auto it = map.find(c.object.get());
@@ -114,7 +121,7 @@ void putRight(uint64_t session, const std::string& peer, std::vector<Leftover> c
 void claim(Session& session, const sp<IBase>& object, const SessionCleanup& entry, bool takeOver) {
     std::vector<sp<IBase>> keepAlive;
     {
-        AutoMutex guard(gClaimsLock);
+        AutoMutex guard(claimsLock());
         auto& map = claims();
         auto it = map.find(object.get());
         if (it != map.end() && !takeOver && it->second.session != session.serial()) {
@@ -150,7 +157,7 @@ SessionCleanup& SessionCleanup::releasedBy(std::initializer_list<uint16_t> metho
 }
 
 void registerSessionCleanup(const SessionCleanup& entry) {
-    AutoMutex guard(gTableLock);
+    AutoMutex guard(tableLock());
     const size_t size = gTableSize.load(std::memory_order_relaxed);
     for (size_t i = 0; i < size; ++i) {
         if (gTable[i].dispatch == entry.dispatch) return;  // registered once
@@ -180,7 +187,7 @@ void noteCallMade(Session& session, const sp<IBase>& object, StubDispatch dispat
     if (entry == nullptr) return;
     if (listed(entry->releasing, entry->releasingCount, method)) {
         // Whoever asked, nothing is left to put right; even a failed close is not repeated.
-        AutoMutex guard(gClaimsLock);
+        AutoMutex guard(claimsLock());
         claims().erase(object.get());
         return;
     }
@@ -188,7 +195,7 @@ void noteCallMade(Session& session, const sp<IBase>& object, StubDispatch dispat
     // The session ended during its own claiming call (a tune): what the call did after the
     // session's end was put right is put right again, unless another session took the object.
     {
-        AutoMutex guard(gClaimsLock);
+        AutoMutex guard(claimsLock());
         auto it = claims().find(object.get());
         if (it != claims().end() && it->second.session != session.serial()) return;
         claims()[object.get()] = Claim{session.serial(), entry, object};
@@ -199,7 +206,7 @@ void noteCallMade(Session& session, const sp<IBase>& object, StubDispatch dispat
 void putRightWhatWasLetGo(Session& session, const sp<IBase>& object) {
     const SessionCleanup* entry = nullptr;
     {
-        AutoMutex guard(gClaimsLock);
+        AutoMutex guard(claimsLock());
         auto it = claims().find(object.get());
         if (it == claims().end() || it->second.session != session.serial() ||
             !it->second.entry->claimedWhenHandedOut) {
@@ -214,7 +221,7 @@ void putRightWhatWasLetGo(Session& session, const sp<IBase>& object) {
 void putRightWhatIsLeft(Session& session) {
     std::vector<Leftover> left;
     {
-        AutoMutex guard(gClaimsLock);
+        AutoMutex guard(claimsLock());
         for (auto& [key, claimed] : claims()) {
             if (claimed.session != session.serial()) continue;
             sp<IBase> strong = claimed.object.promote();
