@@ -172,14 +172,14 @@ class TransportBoundsTest : public ::testing::Test {
     }
     // What the peer made the service hold is given back once it is gone (a sanitizer's or
     // qemu's service, under a loaded machine, may take longer to see the last client go).
-    void expectBackToBaseline() {
+    void expectBackToBaseline(size_t extraSlackKiB = 0) {
         const auto settle = kUnderSanitizer || kUnderEmulation ? 10s : 3s;
         EXPECT_TRUE(eventually([&] { return openDescriptors(mService) <= mBaselineFds; }, settle))
                 << openDescriptors(mService) << " descriptors, " << mBaselineFds << " before:\n"
                 << mBaselineDescriptors << "now:\n"
                 << describeDescriptors(mService) << "the service's log:\n"
                 << readFile(mLog);
-        EXPECT_LE(residentKiB(mService), mBaselineKiB + kResidentSlackKiB)
+        EXPECT_LE(residentKiB(mService), mBaselineKiB + kResidentSlackKiB + extraSlackKiB)
                 << "KiB before: " << mBaselineKiB;
     }
 
@@ -533,7 +533,9 @@ TEST_F(TransportBoundsTest, AClientHoldingMoreObjectsThanTheCapLosesOnlyItsOwnSe
     });
     EXPECT_EQ(waitForChild(client), 0);
     EXPECT_TRUE(servesAnotherClient());
-    expectBackToBaseline();
+    // The service closes the 1000 and more demuxes the session held; a sanitizer keeps a record
+    // of each lock and atomic those closes touched.
+    expectBackToBaseline(kUnderSanitizer ? 8 * 1024 : 0);
 }
 
 class TransportDescriptorLimitTest : public TransportBoundsTest {
