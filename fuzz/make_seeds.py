@@ -130,6 +130,19 @@ write("transport_fuzzer", "ping-chain-descriptor",
 write("transport_fuzzer", "oneway-to-the-root", b"\x01" + frame(ONEWAY, 0, 1, 0))
 write("transport_fuzzer", "hello-twice", b"\x00" + frame(HELLO, 1) + frame(HELLO, 1))
 write("transport_fuzzer", "unknown-object", b"\x01" + frame(CALL, 0, 99))
+# Before a hello: a hello that announces a body, a call that announces a megabyte.
+write("transport_fuzzer", "pre-hello-hello-with-a-body",
+      b"\x00" + struct.pack("<IBBHIIQ", 1 << 19, HELLO, 0, 1, 0, 0, 0) + bytes(64))
+write("transport_fuzzer", "pre-hello-call-of-a-megabyte",
+      b"\x00" + struct.pack("<IBBHIIQ", (1 << 20) - 24, CALL, 0, 5, 1, 0, 1) + bytes(64))
+# Bodies of a call (bit 1): honest, a segment count that wraps to none, more segments than a
+# frame may have, sizes that do not add up to the body.
+info = message(0)
+write("transport_fuzzer", "body-honest", b"\x03" + info)
+write("transport_fuzzer", "body-segment-count-wraps", b"\x03" + struct.pack("<I", 0xFFFFFFFF) + info[4:])
+write("transport_fuzzer", "body-too-many-segments", b"\x03" + struct.pack("<I", 64) + info[4:])
+write("transport_fuzzer", "body-sizes-beyond", b"\x03" + info[:4] + struct.pack("<I", 9) + info[8:])
+write("transport_fuzzer", "body-before-hello", b"\x02" + info)
 
 
 # The trace reader: a header without the capability record and, per seed, the first records of

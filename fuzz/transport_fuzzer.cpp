@@ -1,5 +1,9 @@
 // Any bytes on the service's side of a connection: the service answers or closes that connection,
-// stays up, and a well-behaved client of the same process is served after every input.
+// stays up, and a well-behaved client of the same process is served after every input. The first
+// byte chooses: bit 0, a session's hello first; bit 1, the rest is the body of a call to the
+// tuner (getFrontendInfo) behind a header made here, so that segment tables are explored as such.
+// Before a hello nothing but a hello is answered, and a body that is not exactly one message in
+// the flat form gets no answer.
 #include <android/hardware/tv/tuner/1.0/ITuner.h>
 #include <hidl/transport/Transport.h>
 #include <poll.h>
@@ -7,8 +11,11 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include "Frame.h"
 #include "FuzzSupport.h"
@@ -38,16 +45,21 @@ int connectRaw() {
     return fd;
 }
 
-// Reads whatever the service answers until it closes the connection.
-void drain(int fd) {
+// Reads whatever the service answers until it closes the connection; how many bytes came.
+size_t drain(int fd) {
     char buffer[4096];
+    size_t total = 0;
     for (;;) {
         pollfd p{fd, POLLIN, 0};
         // The service closes at once after the end of the input; a stall would be the service's.
         if (poll(&p, 1, 10000) <= 0) abort();
-        if (recv(fd, buffer, sizeof(buffer), 0) <= 0) return;
+        const ssize_t n = recv(fd, buffer, sizeof(buffer), 0);
+        if (n <= 0) return total;
+        total += size_t(n);
     }
 }
+
+constexpr uint16_t kGetFrontendInfo = 5;  // its place in ITuner.hal
 
 }  // namespace
 
@@ -55,15 +67,46 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const ::android::sp<ITuner>& client = wellBehavedClient();
     if (size == 0) return 0;
     const int fd = connectRaw();
-    if ((data[0] & 1) != 0) {  // the input follows a session's hello
+    const bool joined = (data[0] & 1) != 0;
+    const bool asBody = (data[0] & 2) != 0;
+    if (joined) {
         FrameHeader hello{};
         hello.kind = FrameKind::kHello;
         hello.method = kRoleCalls;
         send(fd, &hello, sizeof(hello), MSG_NOSIGNAL);
     }
-    send(fd, data + 1, size - 1, MSG_NOSIGNAL);
+    size_t expectedAtMost = SIZE_MAX;
+    if (asBody) {
+        // Whole words: the rest of the input, cut to a multiple of 8 and to a frame.
+        const size_t words = std::min((size - 1) / 8, limits::kMaxFrameBytes / 8 - 3);
+        std::vector<uint64_t> body(words);
+        if (words > 0) memcpy(body.data(), data + 1, words * 8);
+        FrameHeader call{};
+        call.kind = FrameKind::kCall;
+        call.method = kGetFrontendInfo;
+        call.object = 1;
+        call.callId = 1;
+        call.bodyBytes = uint32_t(words * 8);
+        send(fd, &call, sizeof(call), MSG_NOSIGNAL);
+        send(fd, body.data(), words * 8, MSG_NOSIGNAL);
+        // A call before a hello, or a lying body, is refused before anything runs: at most the
+        // welcome comes back.
+        if (!joined) {
+            expectedAtMost = 0;
+        } else if (!bodyIsOneMessage(body.data(), words)) {
+            expectedAtMost = sizeof(FrameHeader);
+        }
+    } else {
+        send(fd, data + 1, size - 1, MSG_NOSIGNAL);
+        // Before a hello, no frame but a hello: only a welcome can come back.
+        if (!joined && size - 1 >= sizeof(FrameHeader)) {
+            FrameHeader first;
+            memcpy(&first, data + 1, sizeof(first));
+            if (!headerMayComeBeforeHello(first)) expectedAtMost = 0;
+        }
+    }
     shutdown(fd, SHUT_WR);
-    drain(fd);
+    if (drain(fd) > expectedAtMost) abort();
     close(fd);
     if (client == nullptr || !client->ping().isOk()) abort();
     fuzz::settleService();

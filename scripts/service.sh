@@ -4,7 +4,7 @@
 #                               with --speed N the simulated clock runs N times real time
 #   scripts/service.sh stop     SIGTERM: the service leaves its thread pool and exits with 0
 #   scripts/service.sh status   what answers on the socket (pid, binary, clock), socket and log
-# The service registers in $MOX_HIDL_SERVICE_DIR (default /tmp/mox-hidl-<uid>); its log goes to
+# The service registers in $MOX_HIDL_SERVICE_DIR (default below); its log goes to
 # <that directory>/service.log. MOX_SIMULATOR_ENVIRONMENT names the installation it simulates.
 # The directory is trusted only when it is a real directory of this user that no one else may
 # write to (the service itself refuses any other); a pid is signalled only when it is this user's
@@ -14,7 +14,20 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 binary="${MOX_SERVICE_BINARY:-$PWD/build/default/android.hardware.tv.tuner@1.0-service}"
-dir="${MOX_HIDL_SERVICE_DIR:-/tmp/mox-hidl-$(id -u)}"
+# The service's default directory: $XDG_RUNTIME_DIR/mox-hidl when XDG_RUNTIME_DIR is a real
+# directory of this user closed to others (no other user can make the name there first), else
+# /tmp/mox-hidl-<uid>.
+default_directory() {
+  local runtime="${XDG_RUNTIME_DIR:-}"
+  case "$runtime" in
+    /*) if [ -n "$(find "$runtime" -maxdepth 0 -type d -user "$(id -u)" ! -perm /022 2>/dev/null)" ]; then
+          echo "$runtime/mox-hidl"
+          return
+        fi ;;
+  esac
+  echo "/tmp/mox-hidl-$(id -u)"
+}
+dir="${MOX_HIDL_SERVICE_DIR:-$(default_directory)}"
 socket="$dir/android.hardware.tv.tuner@1.0::ITuner@default"
 pidfile="$dir/service.pid"
 log="$dir/service.log"

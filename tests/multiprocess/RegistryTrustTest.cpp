@@ -12,27 +12,79 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "ServiceProcess.h"
 
 namespace {
 
 using namespace testing_support;
+using ::android::hardware::details::serviceDirectory;
 using ::android::hardware::details::serviceSocketPath;
 using ::android::hardware::tv::tuner::V1_0::ITuner;
 
 constexpr uid_t kStranger = 12345;
+
+// tunerctl run as `uid` (the caller's own when negative) with the environment changed as given
+// (a null value unsets it): its exit code (-1 for a signal) and its stderr.
+std::pair<int, std::string> tunerctlAs(int uid,
+                                       const std::vector<std::pair<const char*, const char*>>& env) {
+    int err[2];
+    if (pipe(err) != 0) return {-1, ""};
+    const pid_t pid = fork();
+    if (pid == 0) {
+        for (const auto& [name, value] : env) {
+            if (value == nullptr) {
+                unsetenv(name);
+            } else {
+                setenv(name, value, 1);
+            }
+        }
+        dup2(err[1], STDERR_FILENO);
+        const int null = open("/dev/null", O_WRONLY);
+        dup2(null, STDOUT_FILENO);
+        if (uid >= 0 && (setgid(gid_t(uid)) != 0 || setuid(uid_t(uid)) != 0)) _exit(126);
+        execl(TUNERCTL_BINARY, TUNERCTL_BINARY, "frontends", static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    close(err[1]);
+    std::string text;
+    char buffer[512];
+    for (ssize_t n; (n = read(err[0], buffer, sizeof(buffer))) > 0;) text.append(buffer, size_t(n));
+    close(err[0]);
+    const int status = waitForChild(pid);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, text};
+}
+
+size_t lines(const std::string& text) {
+    return size_t(std::count(text.begin(), text.end(), '\n'));
+}
 
 class RegistryTrustTest : public ::testing::Test {
   protected:
     void SetUp() override {
         mBase = getenv("MOX_HIDL_SERVICE_DIR");
         mOriginal = mBase;
+        const char* runtime = getenv("XDG_RUNTIME_DIR");
+        mHadRuntime = runtime != nullptr;
+        if (mHadRuntime) mRuntime = runtime;
     }
-    void TearDown() override { setenv("MOX_HIDL_SERVICE_DIR", mOriginal.c_str(), 1); }
+    void TearDown() override {
+        setenv("MOX_HIDL_SERVICE_DIR", mOriginal.c_str(), 1);
+        unsetenv("MOX_HIDL_TRUSTED_UID");
+        if (mHadRuntime) {
+            setenv("XDG_RUNTIME_DIR", mRuntime.c_str(), 1);
+        } else {
+            unsetenv("XDG_RUNTIME_DIR");
+        }
+    }
+    bool mHadRuntime = false;
+    std::string mRuntime;
     // Runs the service in dir; its wait status once it ended (or was ended after `bound`).
     int serviceIn(const std::string& dir, std::chrono::milliseconds bound, std::string& log) {
         setenv("MOX_HIDL_SERVICE_DIR", dir.c_str(), 1);
@@ -177,6 +229,100 @@ TEST_F(RegistryTrustTest, AClientRefusesASocketServedByAnotherUser) {
     EXPECT_EQ(waitForChild(client), 0) << "the impostor's answer is not trusted";
     kill(impostor, SIGKILL);
     waitForChild(impostor);
+}
+
+// A client trusts a directory of its own user or root (or of a uid it was told to trust) that no
+// one else may write to; else it says, in one line, why not and what to do.
+TEST_F(RegistryTrustTest, AClientRefusesADirectoryItCannotTrustInOneLine) {
+    const std::string foreign = mBase + "/foreign";
+    ASSERT_EQ(mkdir(foreign.c_str(), 0700), 0);
+    ASSERT_EQ(chown(foreign.c_str(), kStranger, kStranger), 0) << "the suite runs as root";
+    const std::string open = mBase + "/open";
+    ASSERT_EQ(mkdir(open.c_str(), 0700), 0);
+    ASSERT_EQ(chmod(open.c_str(), 0777), 0);
+    struct Case {
+        const char* name;
+        std::string dir;
+        const char* trusted;  // MOX_HIDL_TRUSTED_UID
+        std::vector<std::string> words;
+    };
+    const Case cases[] = {
+            {"another user's",
+             foreign,
+             nullptr,
+             {"not trusting the service directory " + foreign + ": it belongs to uid 12345",
+              "remove it", "MOX_HIDL_SERVICE_DIR", "MOX_HIDL_TRUSTED_UID=12345"}},
+            {"open to others",
+             open,
+             nullptr,
+             {"not trusting the service directory " + open, "only its owner may write to"}},
+            {"another user's, trusted by choice",
+             foreign,
+             "12345",
+             {"the tuner service is not running"}},
+            {"another uid trusted than the owner's", foreign, "12346", {"belongs to uid 12345"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const auto [code, err] = tunerctlAs(
+                -1, {{"MOX_HIDL_SERVICE_DIR", c.dir.c_str()}, {"MOX_HIDL_TRUSTED_UID", c.trusted}});
+        EXPECT_EQ(code, 3);
+        EXPECT_EQ(lines(err), 1u) << err;
+        for (const std::string& w : c.words) EXPECT_NE(err.find(w), std::string::npos) << err;
+    }
+}
+
+// Another user made the default directory first, where the victim's clients look (no runtime
+// directory): the victim's tunerctl refuses it in one line.
+TEST_F(RegistryTrustTest, ASquattedDefaultDirectoryIsRefused) {
+    const uid_t victim = 20000 + uid_t(getpid() % 10000);  // no user's, and this run's alone
+    const std::string squatted = "/tmp/mox-hidl-" + std::to_string(victim);
+    ASSERT_EQ(mkdir(squatted.c_str(), 0700), 0) << squatted << " is there already";
+    ASSERT_EQ(chown(squatted.c_str(), victim + 1, victim + 1), 0);
+    const auto [code, err] = tunerctlAs(
+            int(victim), {{"MOX_HIDL_SERVICE_DIR", nullptr}, {"XDG_RUNTIME_DIR", nullptr}});
+    rmdir(squatted.c_str());
+    EXPECT_EQ(code, 3);
+    EXPECT_EQ(lines(err), 1u) << err;
+    EXPECT_NE(err.find("not trusting the service directory " + squatted + ": it belongs to uid " +
+                       std::to_string(victim + 1)),
+              std::string::npos)
+            << err;
+}
+
+// Without MOX_HIDL_SERVICE_DIR the service registers in the user's runtime directory, where no
+// other user can make the name first, when that is a private directory of the user's; else in
+// the /tmp name.
+TEST_F(RegistryTrustTest, TheServiceStartsInTheRuntimeDirectoryWhenThereIsOne) {
+    const std::string runtime = mBase + "/run";
+    ASSERT_EQ(mkdir(runtime.c_str(), 0700), 0);
+    unsetenv("MOX_HIDL_SERVICE_DIR");
+    setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1);
+    EXPECT_EQ(serviceDirectory(), runtime + "/mox-hidl");
+    const pid_t service = spawnService(mBase + "/runtime.log");
+    const std::string socket = runtime + "/mox-hidl/" + std::string(ITuner::descriptor) + "@default";
+    EXPECT_TRUE(eventually([&] { return access(socket.c_str(), F_OK) == 0; }))
+            << readFile(mBase + "/runtime.log");
+    struct stat st {};
+    EXPECT_EQ(lstat((runtime + "/mox-hidl").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0700u);
+    EXPECT_EQ(tunerctlAs(-1, {}).first, 0) << "a client finds it there";
+    kill(service, SIGTERM);
+    waitForChild(service);
+
+    // A runtime directory that is not a private one of this user's is passed over.
+    const std::string fallback = "/tmp/mox-hidl-" + std::to_string(getuid());
+    ASSERT_EQ(chmod(runtime.c_str(), 0777), 0);
+    EXPECT_EQ(serviceDirectory(), fallback);
+    ASSERT_EQ(chmod(runtime.c_str(), 0700), 0);
+    ASSERT_EQ(chown(runtime.c_str(), kStranger, kStranger), 0);
+    EXPECT_EQ(serviceDirectory(), fallback);
+    const std::string link = mBase + "/runlink";
+    ASSERT_EQ(symlink(runtime.c_str(), link.c_str()), 0);
+    setenv("XDG_RUNTIME_DIR", link.c_str(), 1);
+    EXPECT_EQ(serviceDirectory(), fallback);
+    setenv("XDG_RUNTIME_DIR", "", 1);
+    EXPECT_EQ(serviceDirectory(), fallback);
 }
 
 }  // namespace

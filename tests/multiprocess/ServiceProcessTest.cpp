@@ -140,19 +140,34 @@ TEST_F(ServiceProcessTest, ClientsOnDifferentFrontendsEachSeeOnlyTheirOwnEvents)
     }
 }
 
-TEST_F(ServiceProcessTest, StateOutlivesTheClientThatMadeIt) {
-    pid_t client = forkClient([] {
-        sp<ITuner> tuner;
-        if (!eventually([&] { return (tuner = ITuner::getService()) != nullptr; })) return 1;
-        sp<IFrontend> frontend = open(tuner, 0);
-        sp<RecordingCallback> callback = new RecordingCallback();
-        frontend->setCallback(callback);
-        frontend->tune(dvbt(482000000));
-        return eventually([&] { return !callback->events().empty(); }) ? 0 : 2;
-    });
-    ASSERT_EQ(waitForChild(client), 0);
+// The service's state outlives a client that only looked at it: a lock another client made stays
+// when that client goes (what a client made itself ends with it: SessionCleanupTest).
+TEST_F(ServiceProcessTest, StateOutlivesAClientThatOnlyLookedAtIt) {
     sp<ITuner> tuner = connect();
     ASSERT_NE(tuner, nullptr);
+    sp<IFrontend> frontend = open(tuner, 0);
+    sp<RecordingCallback> callback = new RecordingCallback();
+    ASSERT_EQ(frontend->setCallback(callback), Result::SUCCESS);
+    ASSERT_EQ(frontend->tune(dvbt(482000000)), Result::SUCCESS);
+    ASSERT_TRUE(eventually([&] { return !callback->events().empty(); }));
+    pid_t client = forkClient([] {
+        sp<ITuner> own = ITuner::getService();
+        if (own == nullptr) return 1;
+        sp<IFrontend> watched = open(own, 0);
+        bool locked = false;
+        watched->getStatus({FrontendStatusType::DEMOD_LOCK},
+                           [&](Result, const hidl_vec<FrontendStatus>& s) {
+                               locked = s.size() == 1 && s[0].isDemodLocked();
+                           });
+        static sp<IDemux> demux;  // left open: its close marks the client's end as handled
+        own->openDemux([](Result, uint32_t, const sp<IDemux>& d) { demux = d; });
+        _exit(locked && demux != nullptr ? 0 : 2);
+    });
+    ASSERT_EQ(waitForChild(client), 0);
+    ASSERT_TRUE(eventually([&] {
+        return readFile(mLog).find("client " + std::to_string(client) + " is gone") !=
+               std::string::npos;
+    })) << readFile(mLog);
     EXPECT_NE(dumpOf(tuner).find("frontend 0: type DVBT, locked yes"), std::string::npos)
             << dumpOf(tuner);
 }

@@ -59,19 +59,26 @@ class TunerctlOutputTest : public ::testing::Test {
     int mRuns = 0;
 };
 
-// status says by its exit code whether the frontend has lock, as tune does.
+// status says by its exit code whether the frontend has lock, as tune does. A tune lasts as long
+// as the client that made it: another client's status sees it while that client watches.
 TEST_F(TunerctlOutputTest, StatusExitsOneWithoutLockAndZeroWithIt) {
     Outcome idle = run({"status", "1"});
     EXPECT_EQ(idle.code, 1) << idle.out << idle.err;
     EXPECT_TRUE(has(idle.out, "lock      no lock")) << idle.out;
     EXPECT_TRUE(has(idle.out, "channel   frontend 1 (DVBT, not tuned here)")) << idle.out;
-    ASSERT_EQ(run({"tune", "1", "--dvbt", "482MHz"}).code, 0);
+    Outcome tuned = run({"status", "1", "--dvbt", "482MHz"});
+    EXPECT_EQ(tuned.code, 0) << tuned.out << tuned.err;
+    Outcome stillNoSignal = run({"status", "1", "--dvbt", "490MHz"});
+    EXPECT_EQ(stillNoSignal.code, 1) << stillNoSignal.out;
+
+    ProgramRun watch = start({"status", "1", "--dvbt", "482MHz", "--watch"});
+    ASSERT_TRUE(eventually([&] { return has(readFile(watch.out), "#1 "); })) << readFile(watch.err);
     Outcome locked = run({"status", "1"});
     EXPECT_EQ(locked.code, 0) << locked.out << locked.err;
     EXPECT_TRUE(has(locked.out, "lock      LOCKED")) << locked.out;
     EXPECT_TRUE(has(locked.out, "channel   DVB-T 482.000 MHz (tuned before)")) << locked.out;
-    Outcome stillNoSignal = run({"status", "1", "--dvbt", "490MHz"});
-    EXPECT_EQ(stillNoSignal.code, 1) << stillNoSignal.out;
+    kill(watch.pid, SIGINT);
+    EXPECT_EQ(WEXITSTATUS(finishProgram(watch)), 130);
 }
 
 // RF lock is answered "yes" whatever the air does: not a measurement, so not shown as one.
@@ -81,7 +88,7 @@ TEST_F(TunerctlOutputTest, FiguresTheServiceDoesNotMeasureReadNotAvailable) {
     EXPECT_TRUE(has(text.out, "  RF lock   not available\n")) << text.out;
     EXPECT_TRUE(has(text.out, "  channel   DVB-T 482.000 MHz\n")) << text.out;
     EXPECT_TRUE(has(text.out, "  SNR       ")) << text.out;
-    Outcome json = run({"status", "0", "--json"});
+    Outcome json = run({"status", "0", "--dvbt", "482MHz", "--json"});
     EXPECT_TRUE(has(json.out, "\"rfLocked\":null")) << json.out;
     EXPECT_TRUE(has(json.out, "\"locked\":true")) << json.out;
     // A watch names the channel on each line and the unmeasured figures once.

@@ -3,6 +3,8 @@
 #include <hidl/DebugDump.h>
 #include <hidl/HidlTransportSupport.h>
 #include <hidl/transport/Passthrough.h>
+#include <hidl/transport/Transport.h>
+#include <log/log.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -39,14 +41,34 @@ struct DeathNotice : ::android::hardware::hidl_death_recipient {
     }
 };
 
+// Why the last connectRemote found no service, as the line tunerctl ends with.
+std::string gWhyNotConnected;
+
 // The service process, told to let tunerctl know when it dies; null when none answers.
 sp<ITuner> connectRemote() {
     sp<ITuner> tuner;
+    std::string why;
+    ::android::hardware::details::ConnectFailure failure;
     {
         CallDeadline deadline("connecting");
+        // The transport logs a refused registry too; tunerctl says it once, as its own line.
+        const int level = __android_log_set_minimum_priority(ANDROID_LOG_SILENT);
         tuner = ITuner::getService("default");
+        __android_log_set_minimum_priority(level);
+        failure = ::android::hardware::details::lastConnectFailure(&why);
     }
-    if (tuner == nullptr) return nullptr;
+    if (tuner == nullptr) {
+        using ::android::hardware::details::ConnectFailure;
+        gWhyNotConnected =
+                failure == ConnectFailure::kBusy
+                        ? "the tuner service is busy: it has no room for another connection "
+                          "now (too many are open); try again later"
+                : failure == ConnectFailure::kUntrusted ? why
+                                                        : "the tuner service is not running: "
+                                                          "start it with scripts/service.sh "
+                                                          "start, or use --in-process";
+        return nullptr;
+    }
     static sp<DeathNotice> notice = new DeathNotice();
     gServiceDied = false;
     if (!call("connecting", [&] { return tuner->linkToDeath(notice, 0); })) gServiceDied = true;
@@ -82,9 +104,7 @@ sp<ITuner> connectTuner() {
     gService = connectRemote();
     if (gService != nullptr) startServiceLog();
     if (gService == nullptr) {
-        reportFailure(gJson, kServiceError,
-                      "the tuner service is not running: start it with scripts/service.sh start, "
-                      "or use --in-process");
+        reportFailure(gJson, kServiceError, gWhyNotConnected);
         exit(kServiceError);
     }
     return gService;

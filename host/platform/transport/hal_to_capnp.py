@@ -683,6 +683,13 @@ class CppWriter(MethodShapes):
              'namespace wire {\nnamespace %s {\n' % self.stem]
         c += conv_c
         for d in ifaces:
+            h.append('// The numbers the methods of %s cross as.' % d.name)
+            h.append('namespace %sMethod {' % d.name)
+            for index, (name, oneway, params, results) in enumerate(d.methods):
+                h.append('constexpr uint16_t %s = %d;' % (name, index))
+            h.append('}  // namespace %sMethod' % d.name)
+        h.append('')
+        for d in ifaces:
             n = self.native_iface(d)
             h.append('::android::hardware::Status %sDispatch(const ::android::sp<::android::hidl::base::V1_0::IBase>& object,' % d.name)
             h.append('                                      ::android::hardware::details::IncomingCall& call);')

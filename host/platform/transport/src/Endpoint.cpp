@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -20,7 +21,9 @@ namespace hardware {
 namespace details {
 namespace {
 
+// The receive buffer of a joined socket; one of a socket that has not said hello holds a hello.
 constexpr size_t kKeptBufferWords = 512;
+constexpr size_t kHelloWords = sizeof(FrameHeader) / sizeof(uint64_t);
 // Frames one event serves before the socket goes back to the end of the line.
 constexpr int kFramesPerTurn = 16;
 
@@ -38,15 +41,23 @@ Endpoint::Endpoint(int fd, std::shared_ptr<Session> session)
       mIn(kKeptBufferWords),
       mJoined(true) {}
 
-Endpoint::Endpoint(int fd, std::shared_ptr<Listener> listener)
+Endpoint::Endpoint(int fd, std::shared_ptr<Listener> listener, pid_t peer)
     : mFd(fd),
       mListener(std::move(listener)),
       mOpened(SteadyClock::now()),
       mGeneration(processGeneration()),
-      mIn(kKeptBufferWords) {}
+      mPeer(peer),
+      mHoldsPeerSlot(true),
+      mIn(kHelloWords) {}
 
 Endpoint::~Endpoint() {
     if (mFd >= 0 && processGeneration() == mGeneration) closeTrackedFd(mFd);
+    giveBackPeerSlot();
+    if (mIn.size() > kKeptBufferWords) noteLargeBufferFreed();
+}
+
+void Endpoint::giveBackPeerSlot() {
+    if (mHoldsPeerSlot.exchange(false)) Listener::leave(mPeer);
 }
 
 bool Endpoint::start() {
@@ -91,6 +102,7 @@ Endpoint::Step Endpoint::readAndServe() {
             FrameHeader header;
             memcpy(&header, bytes + offset, sizeof(header));
             if (!headerIsSane(header)) return Step::kViolation;
+            if (mSession == nullptr && !headerMayComeBeforeHello(header)) return Step::kViolation;
             const size_t total = sizeof(FrameHeader) + header.bodyBytes;
             if (mHave - offset < total) break;
             step = serveFrame(
@@ -107,15 +119,7 @@ Endpoint::Step Endpoint::readAndServe() {
             setStall(false);  // a whole frame arrived
         }
         if (step != Step::kGoOn) return step;
-        if (mHave >= sizeof(FrameHeader)) {
-            FrameHeader header;
-            memcpy(&header, bytes, sizeof(header));
-            const size_t total = sizeof(FrameHeader) + header.bodyBytes;
-            if (total > bufferBytes(mIn)) mIn.resize(total / sizeof(uint64_t));
-        } else if (mHave == 0 && mIn.size() > kKeptBufferWords) {
-            mIn.resize(kKeptBufferWords);
-            mIn.shrink_to_fit();
-        }
+        makeRoom();
         bytes = reinterpret_cast<char*>(mIn.data());
         const ssize_t n = recv(mFd, bytes + mHave, bufferBytes(mIn) - mHave, MSG_DONTWAIT);
         if (n == 0) return Step::kClose;
@@ -126,6 +130,24 @@ Endpoint::Step Endpoint::readAndServe() {
             return Step::kGoOn;
         }
         mHave += size_t(n);
+    }
+}
+
+// Room for what may come next, and no more: before hello a hello's header; then the kept size; a
+// larger frame's buffer grows as its bytes arrive (doubling up to the frame), never to the size a
+// header announces before the bytes are there; and it goes back to the kept size once empty.
+void Endpoint::makeRoom() {
+    const size_t floor = mSession == nullptr ? kHelloWords : kKeptBufferWords;
+    if (mIn.size() < floor) mIn.resize(floor);
+    if (mHave >= sizeof(FrameHeader) && mHave == bufferBytes(mIn)) {
+        FrameHeader header;
+        memcpy(&header, mIn.data(), sizeof(header));
+        const size_t total = sizeof(FrameHeader) + header.bodyBytes;  // more than mHave
+        mIn.resize(std::min(total, 2 * mHave) / sizeof(uint64_t));
+    } else if (mHave == 0 && mIn.size() > kKeptBufferWords) {
+        mIn.resize(kKeptBufferWords);
+        mIn.shrink_to_fit();
+        noteLargeBufferFreed();
     }
 }
 
@@ -149,14 +171,11 @@ Endpoint::Step Endpoint::hello(const FrameHeader& header) {
     if (header.kind != FrameKind::kHello || header.bodyBytes != 0 || mListener == nullptr) {
         return Step::kViolation;
     }
-    ucred peer{};
-    socklen_t length = sizeof(peer);
-    if (getsockopt(mFd, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0) return Step::kViolation;
     std::shared_ptr<Session> session;
     if (header.method == kRoleCalls && header.object == 0) {
-        session = mListener->newSession(peer.pid);
+        session = mListener->newSession(mPeer);
     } else if (header.method == kRoleCalls || header.method == kRoleCallsIn) {
-        session = mListener->findSession(header.object, peer.pid);
+        session = mListener->findSession(header.object, mPeer);
     }
     if (session == nullptr) return Step::kViolation;
 
@@ -182,6 +201,7 @@ Endpoint::Step Endpoint::hello(const FrameHeader& header) {
         mClosed = true;
         mFd = -1;
     }
+    giveBackPeerSlot();  // the session holds the socket now, as the total cap counts it
     fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
     timeval timeout{limits::kStallTimeoutMs / 1000, (limits::kStallTimeoutMs % 1000) * 1000};
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof(timeout));
@@ -197,8 +217,11 @@ Endpoint::Step Endpoint::call(const FrameHeader& header, const capnp::word* body
     replyHeader.callId = header.callId;
     OutgoingFrame frame;
     Step step = Step::kGoOn;
+    const size_t words = header.bodyBytes / sizeof(capnp::word);
+    if (!bodyIsOneMessage(reinterpret_cast<const uint64_t*>(body), words)) {
+        return Step::kViolation;
+    }
     kj::Maybe<kj::Exception> malformed = kj::runCatchingExceptions([&]() {
-        const size_t words = header.bodyBytes / sizeof(capnp::word);
         kj::Maybe<capnp::FlatArrayMessageReader> reader;
         if (words > 0) reader.emplace(kj::arrayPtr(body, words), readerOptionsFor(words));
         capnp::MessageReader* params = nullptr;
@@ -228,9 +251,10 @@ Endpoint::Step Endpoint::call(const FrameHeader& header, const capnp::word* body
 }
 
 Endpoint::Step Endpoint::oneway(const FrameHeader& header, const capnp::word* body) {
+    const auto* first = reinterpret_cast<const uint64_t*>(body);
+    if (!bodyIsOneMessage(first, header.bodyBytes / sizeof(uint64_t))) return Step::kViolation;
     Session::Export target;
     if (!mSession->findExport(header.object, target)) return Step::kGoOn;  // released: dropped
-    const auto* first = reinterpret_cast<const uint64_t*>(body);
     WordBuffer params(first, first + header.bodyBytes / sizeof(uint64_t));
     {
         AutoMutex guard(mLock);
@@ -304,6 +328,7 @@ bool Endpoint::flush() {
         mOutSent += size_t(n);
         restartStall();  // progress: the time-out starts again
     }
+    if (mOut.capacity() > kKeptBufferWords * sizeof(uint64_t)) noteLargeBufferFreed();
     mOut.clear();
     mOut.shrink_to_fit();
     mOutSent = 0;
@@ -332,6 +357,7 @@ void Endpoint::close(bool violation) {
     const bool last = mSession != nullptr && mSession->removeEndpoint(fd);
     IoLoop::get().remove(this, fd);
     closeTrackedFd(fd);
+    giveBackPeerSlot();
     if (violation) ALOGW("closed a connection that broke the protocol");
     if (mSession != nullptr && (violation || last)) {
         mSession->kill(violation ? "the peer broke the protocol" : "the peer left");

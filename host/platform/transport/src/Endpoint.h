@@ -3,8 +3,10 @@
 // drops a peer that breaks the protocol or stalls.
 #pragma once
 
+#include <sys/types.h>
 #include <utils/Mutex.h>
 
+#include <atomic>
 #include <memory>
 #include <vector>
 
@@ -22,7 +24,8 @@ class Endpoint : public Watched, public std::enable_shared_from_this<Endpoint> {
   public:
     // A socket of a session, or a new connection that must say which session it joins.
     Endpoint(int fd, std::shared_ptr<Session> session);
-    Endpoint(int fd, std::shared_ptr<Listener> listener);
+    // `peer` holds a connection slot for it (see Listener.h), given back when the socket goes.
+    Endpoint(int fd, std::shared_ptr<Listener> listener, pid_t peer);
     ~Endpoint() override;
 
     bool start();
@@ -50,12 +53,16 @@ class Endpoint : public Watched, public std::enable_shared_from_this<Endpoint> {
     void close(bool violation);
     void setStall(bool stalled);
     void restartStall();
+    void makeRoom();
+    void giveBackPeerSlot();
 
     int mFd;
     std::shared_ptr<Session> mSession;  // set once the socket joined a session
     std::shared_ptr<Listener> mListener;
     const SteadyClock::time_point mOpened;
     const uint32_t mGeneration;
+    const pid_t mPeer = 0;
+    std::atomic<bool> mHoldsPeerSlot{false};
     // Touched by the thread that handles the current event only.
     WordBuffer mIn;
     size_t mHave = 0;

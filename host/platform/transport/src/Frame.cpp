@@ -111,6 +111,25 @@ bool headerIsSane(const FrameHeader& header) {
            header.bodyBytes % sizeof(capnp::word) == 0;
 }
 
+bool headerMayComeBeforeHello(const FrameHeader& header) {
+    return header.kind == FrameKind::kHello && header.bodyBytes == 0;
+}
+
+bool bodyIsOneMessage(const uint64_t* words, size_t count) {
+    if (count == 0) return true;
+    uint32_t table[kMaxSegments + 2];
+    uint32_t segmentsLessOne = 0;
+    memcpy(&segmentsLessOne, words, sizeof(segmentsLessOne));
+    if (segmentsLessOne >= kMaxSegments) return false;
+    const size_t segments = size_t(segmentsLessOne) + 1;
+    const size_t tableWords = (segments + 2) / 2;
+    if (tableWords > count) return false;
+    memcpy(table, words, tableWords * sizeof(uint64_t));
+    size_t total = tableWords;
+    for (size_t i = 0; i < segments; ++i) total += table[i + 1];
+    return total == count;
+}
+
 }  // namespace details
 }  // namespace hardware
 }  // namespace android

@@ -21,6 +21,7 @@ enum class FrameKind : uint8_t {
     kRelease = 5,  // the peer drops `callId` references to its object `object`
     kHello = 6,    // the first frame on a socket: method is the role, object the session token
     kWelcome = 7,  // the answer to kHello: object is the session's token
+    kBusy = 8,     // the answer instead of kWelcome: no room for another connection now
 };
 
 enum SocketRole : uint16_t {
@@ -47,6 +48,9 @@ inline const capnp::word* asWords(const uint64_t* words) {
     return reinterpret_cast<const capnp::word*>(words);
 }
 
+// The most segments a message of a frame may have.
+constexpr size_t kMaxSegments = 64;
+
 // An outgoing frame gathered for one sendmsg: header, segment table, segments.
 class OutgoingFrame {
   public:
@@ -57,7 +61,6 @@ class OutgoingFrame {
     size_t bytes() const { return mBytes; }
 
   private:
-    static constexpr size_t kMaxSegments = 64;
     FrameHeader mHeader;
     uint32_t mTable[kMaxSegments + 2];
     iovec mIov[kMaxSegments + 2];
@@ -81,6 +84,12 @@ capnp::ReaderOptions readerOptionsFor(size_t bodyWords);
 
 // A header is acceptable when its body fits a frame and is whole words.
 bool headerIsSane(const FrameHeader& header);
+// Before a socket has said hello, a hello is all it may send: a header alone.
+bool headerMayComeBeforeHello(const FrameHeader& header);
+// A body is one message in the flat form, exactly: a segment count from 1 to kMaxSegments (a
+// count of 0xFFFFFFFF + 1 would wrap to none, and the call would run on default parameters), and
+// a table whose sizes add up to the body. An empty body is a message of no parameters.
+bool bodyIsOneMessage(const uint64_t* words, size_t count);
 
 }  // namespace details
 }  // namespace hardware

@@ -4,6 +4,7 @@
 #include <hidl/DebugDump.h>
 
 #include "Session.h"
+#include "SessionClaims.h"
 
 namespace android {
 namespace hardware {
@@ -55,7 +56,10 @@ Status serveIncoming(Session& session, uint64_t object, IncomingCall& call) {
         return Status::fromExceptionCode(Status::EX_ILLEGAL_ARGUMENT, "no such object");
     }
     if (call.method() >= kPing) return serveBase(target.object, call);
-    return target.dispatch(target.object, call);
+    noteCallStarting(session, target.object, target.dispatch, call.method());
+    Status status = target.dispatch(target.object, call);
+    noteCallMade(session, target.object, target.dispatch, call.method());
+    return status;
 }
 
 void writeCallError(const Status& status, capnp::MessageBuilder& message) {

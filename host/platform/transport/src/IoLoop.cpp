@@ -1,6 +1,7 @@
 #include "IoLoop.h"
 
 #include <log/log.h>
+#include <malloc.h>
 #include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -50,6 +51,7 @@ char gTaskMarker;
 char gTickMarker;
 
 std::atomic<uint32_t> gGeneration{0};
+std::atomic<bool> gLargeBufferFreed{false};
 std::atomic<IoLoop*> gLoop{nullptr};
 std::atomic<size_t> gConfiguredThreads{0};
 
@@ -84,6 +86,10 @@ const bool kForkHandlers = [] {
 
 uint32_t processGeneration() {
     return gGeneration.load(std::memory_order_relaxed);
+}
+
+void noteLargeBufferFreed() {
+    gLargeBufferFreed.store(true, std::memory_order_relaxed);
 }
 
 int trackFd(int fd) {
@@ -236,6 +242,9 @@ void IoLoop::tick() {
         for (auto& entry : mWatched) watched.push_back(entry.second);
     }
     for (auto& w : watched) w->onTick(now);
+    watched.clear();
+    // At most once a tick, however many connections went.
+    if (gLargeBufferFreed.exchange(false, std::memory_order_relaxed)) malloc_trim(0);
     epoll_event event{};
     event.events = EPOLLIN | EPOLLONESHOT;
     event.data.ptr = &gTickMarker;

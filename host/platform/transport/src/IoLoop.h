@@ -61,6 +61,10 @@ class IoLoop {
     std::map<Watched*, std::shared_ptr<Watched>> mWatched GUARDED_BY(mLock);
 };
 
+// A large buffer was given back: the next tick hands the heap's free pages back to the system, so
+// that what a peer made this process hold does not stay resident once it is gone.
+void noteLargeBufferFreed();
+
 // Every socket and descriptor of the transport, so that a forked child can close the ones it
 // inherited (they belong to its parent's sessions).
 int trackFd(int fd);

@@ -21,6 +21,20 @@ namespace {
 // Connections one event accepts before others get a turn.
 constexpr int kAcceptsPerTurn = 32;
 
+struct PeerCount {
+    size_t connections = 0;
+    bool warned = false;
+};
+// Never destroyed: pool threads use it until the process ends.
+Mutex& peersLock() {
+    static auto* lock = new Mutex();
+    return *lock;
+}
+std::unordered_map<pid_t, PeerCount>& peers() {
+    static auto* map = new std::unordered_map<pid_t, PeerCount>();
+    return *map;
+}
+
 uint64_t newToken() {
     uint64_t token = 0;
     while (token == 0) {
@@ -63,7 +77,7 @@ void Listener::onEvent(uint32_t /*events*/) {
             mBackoffMs = limits::kAcceptBackoffMinMs;
         }
         if (loop.servedCount() >= limits::kMaxConnections) {
-            closeTrackedFd(fd);
+            refuse(fd);
             AutoMutex guard(mLock);
             if (!mWarnedFull) {
                 ALOGW("%s: %zu connections served, refusing more", mDescriptor.c_str(),
@@ -76,10 +90,52 @@ void Listener::onEvent(uint32_t /*events*/) {
             AutoMutex guard(mLock);
             mWarnedFull = false;
         }
-        auto endpoint = std::make_shared<Endpoint>(fd, shared_from_this());
-        if (!endpoint->start()) continue;  // its destructor closes the socket
+        ucred peer{};
+        socklen_t length = sizeof(peer);
+        if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0) {
+            closeTrackedFd(fd);
+            continue;
+        }
+        if (!enter(peer.pid)) {
+            refuse(fd);
+            continue;
+        }
+        auto endpoint = std::make_shared<Endpoint>(fd, shared_from_this(), peer.pid);
+        if (!endpoint->start())
+            continue;  // its destructor closes the socket and gives back the slot
     }
     loop.rearm(this, mFd, EPOLLIN);
+}
+
+// The client reads that the service is busy, not that it is gone; the socket is new, so the frame
+// fits its buffer.
+void Listener::refuse(int fd) {
+    OutgoingFrame frame;
+    frame.build(headerOnly(FrameKind::kBusy, 0, 0), nullptr);
+    sendSome(fd, frame);
+    closeTrackedFd(fd);
+}
+
+bool Listener::enter(pid_t peer) {
+    AutoMutex guard(peersLock());
+    PeerCount& count = peers()[peer];
+    if (count.connections < limits::kMaxConnectionsPerPeer) {
+        ++count.connections;
+        count.warned = false;
+        return true;
+    }
+    if (!count.warned) {
+        ALOGW("process %d has %zu connections served, refusing more of it", int(peer),
+              limits::kMaxConnectionsPerPeer);
+    }
+    count.warned = true;
+    return false;
+}
+
+void Listener::leave(pid_t peer) {
+    AutoMutex guard(peersLock());
+    auto it = peers().find(peer);
+    if (it != peers().end() && --it->second.connections == 0) peers().erase(it);
 }
 
 void Listener::backOff(int error) {

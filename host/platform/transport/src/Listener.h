@@ -1,6 +1,7 @@
 // The listening socket of a published service: accepts connections while descriptors last (an
 // accept that fails for want of them pauses and retries, with a back-off), caps the sockets
-// served, and knows the sessions it opened, so a client's further sockets join its own.
+// served, in all and per peer process, and knows the sessions it opened, so a client's further
+// sockets join its own.
 #pragma once
 
 #include <hidl/transport/Transport.h>
@@ -34,8 +35,15 @@ class Listener : public Watched, public std::enable_shared_from_this<Listener> {
     // The session a further socket of the same client process joins.
     std::shared_ptr<Session> findSession(uint64_t token, pid_t peer);
 
+    // The connections each peer process has this process serve, over every published service: a
+    // slot is taken when a connection is accepted (false when the peer holds its share) and
+    // given back when its socket closes or joins a session as its socket for calls the other way.
+    static bool enter(pid_t peer);
+    static void leave(pid_t peer);
+
   private:
     void backOff(int error);
+    void refuse(int fd);
 
     const int mFd;
     const uint32_t mGeneration;

@@ -23,10 +23,21 @@ namespace hardware {
 namespace details {
 namespace {
 
-std::string serviceDirectory() {
-    const char* dir = getenv("MOX_HIDL_SERVICE_DIR");
-    if (dir != nullptr && *dir != '\0') return dir;
-    return "/tmp/mox-hidl-" + std::to_string(getuid());
+// Why this thread's last connection to a service failed.
+thread_local ConnectFailure tFailure = ConnectFailure::kNone;
+thread_local std::string tFailureWhy;
+
+void failWith(ConnectFailure failure, std::string why = "") {
+    tFailure = failure;
+    tFailureWhy = std::move(why);
+    if (failure == ConnectFailure::kUntrusted) ALOGE("%s", tFailureWhy.c_str());
+}
+
+// A real directory (no symbolic link) of this process's user that no one else may write to.
+bool isOwnPrivateDirectory(const std::string& path) {
+    struct stat st {};
+    return lstat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode) && st.st_uid == geteuid() &&
+           (st.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
 bool fillAddress(const std::string& path, sockaddr_un& address) {
@@ -54,13 +65,39 @@ std::string checkOwnDirectory(const std::string& directory) {
     return "";
 }
 
-// The directory a client trusts: a real directory only its owner may write to; the owner's uid.
+// The users whose directory a client trusts besides its own and root's: $MOX_HIDL_TRUSTED_UID.
+bool trustedByChoice(uid_t owner) {
+    const char* text = getenv("MOX_HIDL_TRUSTED_UID");
+    if (text == nullptr || *text == '\0') return false;
+    char* end = nullptr;
+    errno = 0;
+    const unsigned long uid = strtoul(text, &end, 10);
+    return errno == 0 && *end == '\0' && text[0] != '-' && uid == owner;
+}
+
+// The directory a client trusts: a real directory only its owner may write to, of this user, of
+// root or of the uid the user chose to trust; the owner's uid. Nothing there: no service runs.
 bool trustedDirectory(const std::string& directory, uid_t& owner) {
     struct stat st {};
-    if (lstat(directory.c_str(), &st) != 0) return false;
+    if (lstat(directory.c_str(), &st) != 0) {
+        failWith(ConnectFailure::kNotRunning);
+        return false;
+    }
+    const std::string own = "set MOX_HIDL_SERVICE_DIR to a directory of your own";
     if (!S_ISDIR(st.st_mode) || (st.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-        ALOGE("%s is not a directory only its owner may write to: its sockets are not trusted",
-              directory.c_str());
+        failWith(ConnectFailure::kUntrusted,
+                 "not trusting the service directory " + directory +
+                         ": it is not a directory only its owner may write to; remove it, or " +
+                         own);
+        return false;
+    }
+    if (st.st_uid != geteuid() && st.st_uid != 0 && !trustedByChoice(st.st_uid)) {
+        const std::string uid = std::to_string(st.st_uid);
+        failWith(ConnectFailure::kUntrusted,
+                 "not trusting the service directory " + directory + ": it belongs to uid " + uid +
+                         ", neither this user (uid " + std::to_string(geteuid()) +
+                         ") nor root; remove it if no one you trust made it, " + own +
+                         ", or set MOX_HIDL_TRUSTED_UID=" + uid + " to trust that user");
         return false;
     }
     owner = st.st_uid;
@@ -82,9 +119,12 @@ int connectSocket(const std::string& path, int& fd) {
     return 0;
 }
 
-// Says which session a new socket belongs to (token 0: a new one) and reads the token back.
-bool handshake(int fd, SocketRole role, uint64_t token, uint64_t& sessionToken) {
-    if (!sendFrame(fd, headerOnly(FrameKind::kHello, role, token))) return false;
+// Says which session a new socket belongs to (token 0: a new one) and reads the token back. A
+// service with no room for the socket answers that it is busy, perhaps before the hello reached it
+// (so the answer is read even when the hello could not be sent).
+bool handshake(int fd, SocketRole role, uint64_t token, uint64_t& sessionToken, bool& busy) {
+    busy = false;
+    const bool sent = sendFrame(fd, headerOnly(FrameKind::kHello, role, token));
     FrameHeader welcome{};
     size_t have = 0;
     while (have < sizeof(welcome)) {
@@ -93,7 +133,8 @@ bool handshake(int fd, SocketRole role, uint64_t token, uint64_t& sessionToken) 
         if (n <= 0) return false;
         have += size_t(n);
     }
-    if (welcome.kind != FrameKind::kWelcome || welcome.bodyBytes != 0) return false;
+    busy = welcome.kind == FrameKind::kBusy && welcome.bodyBytes == 0;
+    if (!sent || welcome.kind != FrameKind::kWelcome || welcome.bodyBytes != 0) return false;
     sessionToken = welcome.object;
     return token == 0 || sessionToken == token;
 }
@@ -109,8 +150,10 @@ int connectToOwner(const std::string& path, uid_t owner, int& fd) {
     if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length) == 0 && peer.uid == owner) {
         return 0;
     }
-    ALOGE("%s is served by uid %d, not by the directory's owner %d: not trusted", path.c_str(),
-          int(peer.uid), int(owner));
+    failWith(ConnectFailure::kUntrusted,
+             path + " is served by uid " + std::to_string(peer.uid) +
+                     ", not by the directory's owner " + std::to_string(owner) +
+                     ": not trusted; stop that process, or remove the socket");
     closeTrackedFd(fd);
     fd = -1;
     return EPERM;
@@ -120,7 +163,8 @@ int openJoined(const std::string& path, uid_t owner, SocketRole role, uint64_t t
     int fd = -1;
     if (connectToOwner(path, owner, fd) != 0) return -1;
     uint64_t answered = 0;
-    if (!handshake(fd, role, token, answered)) {
+    bool busy = false;
+    if (!handshake(fd, role, token, answered, busy)) {
         closeTrackedFd(fd);
         return -1;
     }
@@ -153,10 +197,16 @@ std::shared_ptr<Session> openSession(const std::string& path, const std::string&
     // A client never removes an entry, even one nobody answers on: between its refused connect
     // and the removal a new instance may have renamed its socket into place. The new instance's
     // rename replaces the stale one.
-    if (connectToOwner(path, owner, fd) != 0) return nullptr;
+    const int error = connectToOwner(path, owner, fd);
+    if (error != 0) {
+        if (error != EPERM) failWith(ConnectFailure::kNotRunning);
+        return nullptr;
+    }
     uint64_t token = 0;
-    if (!handshake(fd, kRoleCalls, 0, token)) {
+    bool busy = false;
+    if (!handshake(fd, kRoleCalls, 0, token, busy)) {
         closeTrackedFd(fd);
+        failWith(busy ? ConnectFailure::kBusy : ConnectFailure::kNotRunning);
         return nullptr;
     }
     auto session = std::make_shared<Session>(peer, token);
@@ -167,13 +217,34 @@ std::shared_ptr<Session> openSession(const std::string& path, const std::string&
     calls->install(fd);
     // The socket on which the service calls this process's objects, served by the pool.
     const int in = openJoined(path, owner, kRoleCallsIn, token);
-    if (in < 0) return nullptr;
+    if (in < 0) {
+        failWith(ConnectFailure::kBusy);  // the first socket was let in: the service is there
+        return nullptr;
+    }
     fcntl(in, F_SETFL, fcntl(in, F_GETFL) | O_NONBLOCK);
-    if (!std::make_shared<Endpoint>(in, session)->start()) return nullptr;
+    if (!std::make_shared<Endpoint>(in, session)->start()) {
+        failWith(ConnectFailure::kNotRunning);
+        return nullptr;
+    }
     return session;
 }
 
 }  // namespace
+
+std::string serviceDirectory() {
+    const char* dir = getenv("MOX_HIDL_SERVICE_DIR");
+    if (dir != nullptr && *dir != '\0') return dir;
+    const char* runtime = getenv("XDG_RUNTIME_DIR");
+    if (runtime != nullptr && *runtime == '/' && isOwnPrivateDirectory(runtime)) {
+        return std::string(runtime) + "/mox-hidl";
+    }
+    return "/tmp/mox-hidl-" + std::to_string(getuid());
+}
+
+ConnectFailure lastConnectFailure(std::string* why) {
+    if (why != nullptr) *why = tFailureWhy;
+    return tFailure;
+}
 
 std::string serviceSocketPath(const std::string& descriptor, const std::string& name) {
     return serviceDirectory() + "/" + descriptor + "@" + name;
@@ -248,8 +319,12 @@ void unpublishServices() {
 
 sp<::android::hidl::base::V1_0::IBase> connectToService(const std::string& descriptor,
                                                         const std::string& name) {
+    failWith(ConnectFailure::kNone);
     const InterfaceTransport* transport = findInterfaceTransport(descriptor);
-    if (transport == nullptr) return nullptr;
+    if (transport == nullptr) {
+        failWith(ConnectFailure::kNotRunning);
+        return nullptr;
+    }
     const std::string path = serviceSocketPath(descriptor, name);
     std::shared_ptr<Session> session;
     {

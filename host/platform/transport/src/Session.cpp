@@ -6,10 +6,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 
 #include "IoLoop.h"
+#include "SessionClaims.h"
 
 namespace android {
 namespace hardware {
@@ -60,34 +62,39 @@ ChannelPool::~ChannelPool() {
 }
 
 std::unique_ptr<Channel> ChannelPool::acquire() {
-    {
-        AutoMutex guard(mLock);
-        for (;;) {
-            if (!mSession.isAlive()) return nullptr;
-            if (!mIdle.empty()) {
-                std::unique_ptr<Channel> channel = std::move(mIdle.back());
-                mIdle.pop_back();
-                return channel;
+    for (;;) {
+        {
+            AutoMutex guard(mLock);
+            for (;;) {
+                if (!mSession.isAlive()) return nullptr;
+                if (!mIdle.empty()) {
+                    std::unique_ptr<Channel> channel = std::move(mIdle.back());
+                    mIdle.pop_back();
+                    return channel;
+                }
+                if (mCount < mMax && mOpen) {
+                    ++mCount;
+                    break;
+                }
+                if (mCount == 0) return nullptr;
+                mFree.wait(mLock);
             }
-            if (mCount < mMax && mOpen) {
-                ++mCount;
-                break;
-            }
-            if (mCount == 0) return nullptr;
-            mFree.wait(mLock);
         }
+        const int fd = mOpen();
+        if (fd >= 0 && mSession.addSocket(fd)) {
+            auto channel = std::make_unique<Channel>();
+            channel->fd = fd;
+            return channel;
+        }
+        if (fd >= 0) closeTrackedFd(fd);
+        AutoMutex guard(mLock);
+        --mCount;
+        mFree.signal();
+        // No further socket now (the peer may have no room for one): the sockets open will do,
+        // one caller at a time.
+        if (mCount == 0) return nullptr;
+        mMax = mCount;
     }
-    const int fd = mOpen();
-    if (fd >= 0 && mSession.addSocket(fd)) {
-        auto channel = std::make_unique<Channel>();
-        channel->fd = fd;
-        return channel;
-    }
-    if (fd >= 0) closeTrackedFd(fd);
-    AutoMutex guard(mLock);
-    --mCount;
-    mFree.signal();
-    return nullptr;
 }
 
 void ChannelPool::release(std::unique_ptr<Channel> channel, bool broken) {
@@ -131,8 +138,15 @@ void ChannelPool::closeAll() {
     }
 }
 
+namespace {
+std::atomic<uint64_t> gNextSerial{1};
+}  // namespace
+
 Session::Session(std::string peer, uint64_t token)
-    : mPeer(std::move(peer)), mToken(token), mGeneration(processGeneration()) {}
+    : mPeer(std::move(peer)),
+      mToken(token),
+      mSerial(gNextSerial.fetch_add(1)),
+      mGeneration(processGeneration()) {}
 
 Session::~Session() {
     // The pools close their sockets; nothing else of the session is touched then.
@@ -179,8 +193,13 @@ Status Session::transact(uint64_t object, uint16_t method, capnp::MessageBuilder
         return Status::fromStatusT(DEAD_OBJECT);
     }
     Status status = Status::ok();
+    const size_t words = reply.bodyBytes / sizeof(capnp::word);
+    if (!bodyIsOneMessage(reinterpret_cast<const uint64_t*>(body), words)) {
+        pool->release(std::move(channel), true);
+        kill("a malformed reply");
+        return Status::fromStatusT(DEAD_OBJECT);
+    }
     kj::Maybe<kj::Exception> malformed = kj::runCatchingExceptions([&]() {
-        const size_t words = reply.bodyBytes / sizeof(capnp::word);
         if (words == 0) {
             IncomingReply empty(*this, nullptr);
             if (reply.kind == FrameKind::kFailed) {
@@ -225,16 +244,20 @@ uint64_t Session::exportObject(const sp<::android::hidl::base::V1_0::IBase>& obj
             return remote->remoteId() | kReceiversObject;
         }
     }
-    AutoMutex guard(mLock);
-    auto known = mExportIds.find(object.get());
-    if (known != mExportIds.end()) {
-        ++mExports[known->second].sent;
-        return known->second;
+    uint64_t id = 0;
+    {
+        AutoMutex guard(mLock);
+        auto known = mExportIds.find(object.get());
+        if (known != mExportIds.end()) {
+            ++mExports[known->second].sent;
+            return known->second;
+        }
+        if (mExports.size() >= limits::kMaxObjectsPerSession) return 0;
+        id = mNextExport++;
+        mExports[id] = Export{object, dispatch, 1, std::make_shared<SerialQueue>()};
+        mExportIds[object.get()] = id;
     }
-    if (mExports.size() >= limits::kMaxObjectsPerSession) return 0;
-    const uint64_t id = mNextExport++;
-    mExports[id] = Export{object, dispatch, 1, std::make_shared<SerialQueue>()};
-    mExportIds[object.get()] = id;
+    claimHandedOut(*this, object, dispatch);
     return id;
 }
 
@@ -256,16 +279,20 @@ bool Session::findExport(uint64_t id, Export& out) {
 
 bool Session::releaseExport(uint64_t id, uint64_t count) {
     sp<::android::hidl::base::V1_0::IBase> dropped;  // released after the lock
-    AutoMutex guard(mLock);
-    auto it = mExports.find(id);
-    if (it == mExports.end()) return !mAlive;
-    if (count > it->second.sent) return false;
-    it->second.sent -= count;
-    if (it->second.sent == 0) {
-        dropped = std::move(it->second.object);
-        mExportIds.erase(dropped.get());
-        mExports.erase(it);
+    {
+        AutoMutex guard(mLock);
+        auto it = mExports.find(id);
+        if (it == mExports.end()) return !mAlive;
+        if (count > it->second.sent) return false;
+        it->second.sent -= count;
+        if (it->second.sent == 0) {
+            dropped = std::move(it->second.object);
+            mExportIds.erase(dropped.get());
+            mExports.erase(it);
+        }
     }
+    // The peer cannot reach the object any more: what it did not close is closed now.
+    if (dropped != nullptr) putRightWhatWasLetGo(*this, dropped);
     return true;
 }
 
@@ -323,6 +350,8 @@ void Session::kill(const char* why) {
         for (int fd : mSockets) shutdown(fd, SHUT_RDWR);
     }
     ALOGV("session with %s ended: %s", mPeer.c_str(), why);
+    // While the objects it was handed are still held here.
+    putRightWhatIsLeft(*this);
     if (mCalls != nullptr) mCalls->closeAll();
     if (mOneway != nullptr && mOneway != mCalls) mOneway->closeAll();
     for (Link& link : links) {

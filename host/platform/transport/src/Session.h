@@ -37,7 +37,7 @@ class ChannelPool {
   public:
     using Opener = std::function<int()>;  // a new socket of the session, or -1
     ChannelPool(Session& session, size_t max, Opener open)
-        : mSession(session), mMax(max), mOpen(std::move(open)) {}
+        : mSession(session), mOpen(std::move(open)), mMax(max) {}
     ~ChannelPool();
 
     // Blocks while every socket is out; null when the session is dead or no socket can be had.
@@ -51,10 +51,10 @@ class ChannelPool {
 
   private:
     Session& mSession;
-    const size_t mMax;
     const Opener mOpen;
     Mutex mLock;
     Condition mFree;
+    size_t mMax GUARDED_BY(mLock);  // lowered when the peer refuses a further socket
     std::vector<std::unique_ptr<Channel>> mIdle GUARDED_BY(mLock);
     size_t mCount GUARDED_BY(mLock) = 0;
 };
@@ -71,6 +71,8 @@ class Session : public std::enable_shared_from_this<Session> {
 
     const std::string& peer() const { return mPeer; }
     uint64_t token() const { return mToken; }
+    // Unique among this process's sessions, past and present.
+    uint64_t serial() const { return mSerial; }
     bool belongsToThisProcess() const { return mGeneration == processGeneration(); }
 
     // Where calls go: the calls pool serves two-way calls, the oneway pool oneway calls and
@@ -126,6 +128,7 @@ class Session : public std::enable_shared_from_this<Session> {
     };
     const std::string mPeer;
     const uint64_t mToken;
+    const uint64_t mSerial;
     const uint32_t mGeneration;
     std::shared_ptr<ChannelPool> mCalls;
     std::shared_ptr<ChannelPool> mOneway;

@@ -13,6 +13,7 @@
 #include <android/hardware/tv/tuner/1.0/ITuner.h>
 #include <hidl/HidlHostInterface.h>
 
+#include "SessionCleanup.h"
 #include "tunerWire.h"
 
 namespace android {
@@ -36,9 +37,11 @@ HIDL_HOST_INTERFACE_DEFINITIONS(IDvrCallback, "android.hardware.tv.tuner@1.0::ID
 HIDL_HOST_INTERFACE_DEFINITIONS(ITimeFilter, "android.hardware.tv.tuner@1.0::ITimeFilter")
 
 namespace {
-// The package's objects cross processes from the moment the program starts.
+// The package's objects cross processes from the moment the program starts, and what a client
+// leaves behind is put right when its session ends.
 const bool kTransportRegistered = [] {
     ::wire::tuner::registerTunerTransport();
+    registerTunerSessionCleanup();
     return true;
 }();
 }  // namespace

@@ -26,8 +26,13 @@ namespace limits {
 constexpr size_t kMaxFrameBytes = 1 << 20;
 // A peer that stops half way through a frame, or stops reading our replies, is dropped then.
 constexpr int kStallTimeoutMs = 2000;
-// Sockets this process serves at once, over all peers; further connections are closed at once.
+// Sockets this process serves at once, over all peers; further connections are told the service is
+// busy and closed at once.
 constexpr size_t kMaxConnections = 256;
+// Sockets one peer process (by its credentials) may have this process serve at once, so that one
+// process cannot take every connection: a quarter of the total, room for three sessions that use
+// every socket they may.
+constexpr size_t kMaxConnectionsPerPeer = 64;
 // Sockets one client session may hold (its calling threads check them out), besides its one
 // socket for calls the other way.
 constexpr size_t kMaxChannelsPerSession = 16;
@@ -84,16 +89,26 @@ sp<::android::hidl::base::V1_0::IBase> wrapPassthroughBase(
         const sp<::android::hidl::base::V1_0::IBase>& object, const std::string& descriptor);
 
 // The registry of services across processes: one socket per instance in a directory
-// ($MOX_HIDL_SERVICE_DIR, else /tmp/mox-hidl-<uid>). A service publishes only in a real directory
-// of its own user that no one else may write to, and its sockets are 0600. A client trusts a
-// socket only when the process answering on it runs as the directory's owner, and removes
-// nothing: a socket nobody answers on (a dead service's) stays until a new instance's replaces it.
+// ($MOX_HIDL_SERVICE_DIR; else $XDG_RUNTIME_DIR/mox-hidl when XDG_RUNTIME_DIR is a real directory
+// of this user that no one else may write to, where no other user can make the name first; else
+// /tmp/mox-hidl-<uid>). A service publishes only in a real directory of its own user that no one
+// else may write to, and its sockets are 0600. A client trusts only a directory that no one but
+// its owner may write to, owned by the client's own user, by root, or by the uid in
+// $MOX_HIDL_TRUSTED_UID; and a socket only when the process answering on it runs as the
+// directory's owner. It removes nothing: a socket nobody answers on (a dead service's) stays until
+// a new instance's replaces it.
 status_t publishService(const sp<::android::hidl::base::V1_0::IBase>& service,
                         const std::string& descriptor, const std::string& name);
 // Removes the sockets this process published (when its pool is told to stop).
 void unpublishServices();
 sp<::android::hidl::base::V1_0::IBase> connectToService(const std::string& descriptor,
                                                         const std::string& name);
+// Why the calling thread's last connectToService gave no object: nothing answers (no service is
+// running), the service has no room for another connection now, or the registry or the socket
+// is not trusted (`why` then says what to do, in one line, as the log did).
+enum class ConnectFailure { kNone, kNotRunning, kBusy, kUntrusted };
+ConnectFailure lastConnectFailure(std::string* why = nullptr);
+std::string serviceDirectory();
 std::string serviceSocketPath(const std::string& descriptor, const std::string& name);
 
 }  // namespace details
