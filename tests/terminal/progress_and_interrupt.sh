@@ -2,8 +2,8 @@
 # A blind cable sweep in a real terminal (tmux): the progress redraws one line that fits the
 # terminal, and Ctrl-C stops the scan with exit code 130. Every wait is bounded. The terminal
 # server is the test's own (a private socket, no configuration file), and tunerctl gets its
-# environment from the command line, so the terminal server or the variables of the person running the
-# suite change nothing.
+# environment from the command line, so the person's own terminal server or variables change
+# nothing.
 set -eu
 tunerctl="$1"
 work=$(mktemp -d)
