@@ -140,7 +140,9 @@ TEST_F(SessionCleanupTest, AKilledClientsDemuxesAreClosedForTheNextClientAtOnce)
     const pid_t next = forkClient([] {
         sp<ITuner> tuner = service();
         uint32_t id = 0;
-        eventually([&] { return tuner != nullptr && (id = openDemux(tuner)) != 0; }, 1s);
+        // A moment: 1 s natively, longer where a sanitizer or qemu slows every process down.
+        const auto moment = kUnderSanitizer || kUnderEmulation ? 5s : 1s;
+        eventually([&] { return tuner != nullptr && (id = openDemux(tuner)) != 0; }, moment);
         return id == 1 ? 0 : 1;
     });
     EXPECT_EQ(waitForChild(next), 0) << readFile(mLog);
