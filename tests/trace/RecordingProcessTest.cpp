@@ -25,7 +25,15 @@ class RecordingProcessTest : public ::testing::Test {
         const pid_t service = spawnService(mDir + "/service.log");
         unsetenv("MOX_TUNER_TRACE");
         ASSERT_TRUE(eventually([&] { return run({"frontends"}) == 0; }));
-        for (const auto& command : commands) run(command);
+        for (const auto& command : commands) {
+            run(command);
+            // What a command left tuned is stopped for it once it is gone, by calls the trace
+            // records too: they come before the next command's, as a replay issues them.
+            const std::string gone = "client " + std::to_string(mLast.pid) + " is gone";
+            eventually(
+                    [&] { return readFile(mDir + "/service.log").find(gone) != std::string::npos; },
+                    std::chrono::milliseconds(2000));
+        }
         kill(service, SIGTERM);
         const int status = waitForChild(service);
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
