@@ -31,7 +31,9 @@ constexpr std::chrono::milliseconds kStall{2000 * kSlowdown};
 constexpr std::chrono::milliseconds kHoldBound{50 * kSlowdown};
 
 std::atomic<Replay*> gReplay{nullptr};
-thread_local uint32_t tCaller = 0;     // the recorded thread this caller stands for
+thread_local uint32_t tCaller = 0;  // the recorded thread this caller stands for
+// What the caller on this thread was handed, held as the client held it.
+thread_local std::vector<sp<IBase>> tKept;
 thread_local size_t tCall = SIZE_MAX;  // the call it is making
 
 std::string describeCall(const DriverCall& call) {
@@ -169,13 +171,17 @@ void Replay::callerLoop(uint32_t thread) {
         mChanged.broadcast();
     }
     android::Mutex::Autolock guard(mLock);
+    // What this caller was handed stays for the callers after it: a service puts right what a
+    // client that is gone left (it stops its tune), through the objects it had handed out.
+    for (sp<IBase>& object : tKept) mKept.push_back(std::move(object));
+    tKept.clear();
     ++mCallersDone;
     mChanged.broadcast();
 }
 
 void Replay::issue(size_t index) {
     const TraceRecord& r = mTrace.records[index];
-    static thread_local std::vector<sp<IBase>> keep;  // what the client held on to
+    std::vector<sp<IBase>>& keep = tKept;
     const sp<IBase> object = objectNumbered(r.object);
     if (object == nullptr) {
         android::Mutex::Autolock guard(mLock);

@@ -8,6 +8,7 @@
 // except that a waiting service thread lets a due client call go first, as it did on the box.
 #pragma once
 
+#include <android/hidl/base/1.0/IBase.h>
 #include <utils/Condition.h>
 #include <utils/Mutex.h>
 
@@ -95,6 +96,8 @@ class Replay final : public TraceSink {
                                              // after construction
     std::map<uint32_t, Caller> mCallers GUARDED_BY(mLock);
     size_t mCallersDone GUARDED_BY(mLock) = 0;
+    // The objects callers that are done were handed, kept until the replay ends.
+    std::vector<::android::sp<::android::hidl::base::V1_0::IBase>> mKept GUARDED_BY(mLock);
     // Calls and callbacks the trace has no record for, waiting for the trace to end.
     // Each is the line after which it came and what came; one reported is taken out, and its
     // caller then goes on to the simulator.

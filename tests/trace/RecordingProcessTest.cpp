@@ -61,7 +61,10 @@ TEST_F(RecordingProcessTest, ASessionRecordedByTheServiceReplaysIdentically) {
          {R"("driver":"MOX_Tuner_Scan","tuner":0,"in":"0400000003000000e201)",
           R"("call":"IFrontend.tune","object":2,"args":{"settings":{"dvbt":{"frequency":482000000)",
           R"("callback":"IFrontendCallback.onEvent","object":2,"args":{"frontendEventType":"LOCKED"})",
-          R"("return":"IFrontend.getStatus")", R"("end":"exit","dropped":0})"}) {
+          R"("return":"IFrontend.getStatus")", R"("end":"exit","dropped":0})",
+          // tunerctl tune leaves the frontend tuned; the service stops it once tunerctl is gone,
+          // through the frontend the recording handed out.
+          R"("call":"IFrontend.stopTune","object":2)"}) {
         EXPECT_NE(text.find(part), std::string::npos) << part;
     }
     struct stat info {};

@@ -44,7 +44,16 @@ struct Claim {
     uint64_t session;  // its serial: a session's address may be reused once it is gone
     const SessionCleanup* entry;
     wp<IBase> object;
+    // An object claimed by a call (a tuned frontend) is kept while it is claimed: the session
+    // may let go of it (a wrapper only the session held, as a recording service hands out) and
+    // still leave it tuned. The claim ends with a releasing call, another session's claim or the
+    // session's end, each of which holds the object too, so its last reference never goes here.
+    sp<IBase> held;
 };
+
+Claim claimOf(uint64_t session, const SessionCleanup* entry, const sp<IBase>& object) {
+    return Claim{session, entry, object, entry->claimedWhenHandedOut ? nullptr : object};
+}
 // Taken before a session's own lock (which isAlive takes), never the other way round, and never
 // held while an object is put right.
 Mutex& claimsLock() {
@@ -131,7 +140,7 @@ void claim(Session& session, const sp<IBase>& object, const SessionCleanup& entr
                 return;  // another session's, and it lives
             }
         }
-        map[object.get()] = Claim{session.serial(), &entry, object};
+        map[object.get()] = claimOf(session.serial(), &entry, object);
         if (map.size() >= gSweepAt) sweepGoneObjects(keepAlive);
         if (session.isAlive()) return;
     }
@@ -198,7 +207,7 @@ void noteCallMade(Session& session, const sp<IBase>& object, StubDispatch dispat
         AutoMutex guard(claimsLock());
         auto it = claims().find(object.get());
         if (it != claims().end() && it->second.session != session.serial()) return;
-        claims()[object.get()] = Claim{session.serial(), entry, object};
+        claims()[object.get()] = claimOf(session.serial(), entry, object);
     }
     putRight(session.serial(), session.peer(), {Leftover{object, entry}});
 }
