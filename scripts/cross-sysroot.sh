@@ -18,7 +18,7 @@ root="build/sysroot/$arch"
 # every architecture come as the architecture-independent packages.
 dev_packages=(android-libutils-dev android-liblog-dev android-libbase-dev android-libcutils-dev
               libcapnp-dev libgtest-dev libgmock-dev libdvbv5-dev)
-all_packages=(nlohmann-json3-dev libcli11-dev)
+all_packages=(nlohmann-json3-dev libcli11-dev libbitstream-dev)
 
 as_root() {
   if [ "$(id -u)" -ne 0 ]; then

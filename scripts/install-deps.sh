@@ -8,7 +8,7 @@ packages=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   android-libutils-dev android-liblog-dev android-libbase-dev android-libcutils-dev hidl-gen
   libcapnp-dev capnproto
-  libcli11-dev gcovr python3 nlohmann-json3-dev help2man libdvbv5-dev tmux
+  libcli11-dev gcovr python3 nlohmann-json3-dev help2man libdvbv5-dev tmux libbitstream-dev
 )
 
 missing=()
@@ -20,7 +20,9 @@ done
 if [ "$(id -u)" -eq 0 ]; then
   echo "Installing: ${missing[*]}" >&2
   export DEBIAN_FRONTEND=noninteractive
-  apt-get update -qq
+  # A mirror caught mid-sync fails one index now and then; the install says whether what we need
+  # was there.
+  apt-get update -qq || echo "apt-get update reported errors; installing from the indexes it has" >&2
   apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 else
   echo "Missing Debian packages. Run:" >&2
