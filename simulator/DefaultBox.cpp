@@ -85,7 +85,7 @@ MOX_TunerCapability_t SimulatedDriver::defaultCapabilities() {
 }
 
 std::vector<Transmitter> SimulatedDriver::defaultAir() {
-    return {
+    std::vector<Transmitter> air = {
             // Terrestrial multiplexes, 8 MHz channels.
             {MOX_TUNER_TYPE_DVBT2, 474, 0, MOX_TUNER_BW_8MHZ, 62.0f, 24.5f, 400, 0, {0, 1}},
             {MOX_TUNER_TYPE_DVBT, 482, 0, MOX_TUNER_BW_8MHZ, 58.0f, 21.0f, 300, 1, {}},
@@ -103,6 +103,9 @@ std::vector<Transmitter> SimulatedDriver::defaultAir() {
             {MOX_TUNER_TYPE_DVBS, 1318, 27500000, 0, 68.0f, 9.0f, 400, 0, {}},
             {MOX_TUNER_TYPE_DVBS2, 1550, 22000000, 0, 66.0f, 8.5f, 600, 0, {}},
     };
+    air[2].bitsPerSymbol = 6;  // 506 MHz: DVB-T2 in 64QAM, for its C/N of 19 dB
+    completeAir(air);
+    return air;
 }
 
 }  // namespace mox::sim

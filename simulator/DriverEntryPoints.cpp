@@ -20,6 +20,7 @@ const bool gEnvironmentLoaded = [] {
         mox::sim::Environment env = mox::sim::loadEnvironmentFile(path);
         simulator().setEnvironment(env.capability, std::move(env.air), std::move(env.misbehaviour));
         simulator().setTimeline(std::move(env.timeline));
+        if (env.utcStart != 0) simulator().setUtcStart(env.utcStart);
     } catch (const mox::sim::EnvironmentError& e) {
         std::fprintf(stderr, "%s\n", e.what());
         std::exit(2);

@@ -20,6 +20,7 @@ struct Environment {
     std::vector<Transmitter> air;
     Misbehaviour misbehaviour;
     std::vector<TimedChange> timeline;  // changes of the world as the simulated clock runs on
+    time_t utcStart = 0;                // the network's time at the start; 0: the wall clock's
 };
 
 // One line: "FILE:LINE: FIELD: what is wrong".

@@ -15,6 +15,7 @@
 
 #include "simulator/Environment.h"
 #include "simulator/JsonLines.h"
+#include "simulator/stream/CapturedStream.h"
 
 namespace mox::sim {
 
@@ -408,17 +409,215 @@ void readTimeline(const Reader& r, const json& v, Environment& env) {
     }
 }
 
+constexpr NameCode kConstellationTable[] = {{"QPSK", 2}, {"16QAM", 4}, {"64QAM", 6}};
+constexpr NameCode kT2ConstellationTable[] = {
+        {"QPSK", 2}, {"16QAM", 4}, {"64QAM", 6}, {"256QAM", 8}};
+constexpr NameCode kSatelliteModulationTable[] = {
+        {"QPSK", 2}, {"8PSK", 3}, {"16APSK", 4}, {"32APSK", 5}};
+constexpr const char* kTerrestrialCodeRates = "1/2 2/3 3/4 5/6 7/8";
+constexpr const char* kT2CodeRates = "1/2 3/5 2/3 3/4 4/5 5/6";
+constexpr const char* kSatelliteCodeRates = "1/2 3/5 2/3 3/4 4/5 5/6 7/8 8/9 9/10";
+constexpr const char* kTerrestrialGuards = "1/32 1/16 1/8 1/4";
+constexpr const char* kT2Guards = "1/128 1/32 1/16 19/256 1/8 19/128 1/4";
+
+// A fraction of a list given as text, e.g. "2/3" of "1/2 2/3 3/4".
+air::CodeRate readFraction(const Reader& r, const json& v, const std::string& path,
+                           const char* allowed) {
+    std::istringstream list(allowed);
+    for (std::string f; list >> f;) {
+        if (v.is_string() && v.get<std::string>() == f) {
+            const size_t slash = f.find('/');
+            return {static_cast<uint32_t>(std::stoul(f.substr(0, slash))),
+                    static_cast<uint32_t>(std::stoul(f.substr(slash + 1)))};
+        }
+    }
+    r.fail(path, v.dump() + " is not one of " + allowed);
+}
+
+// A text of at most limit bytes.
+std::string readText(const Reader& r, const json& v, const std::string& path, size_t limit) {
+    if (!v.is_string()) r.fail(path, "must be a text");
+    const std::string text = v.get<std::string>();
+    if (text.size() > limit) {
+        r.fail(path, "longer than " + std::to_string(limit) + " bytes");
+    }
+    return text;
+}
+
+constexpr NameCode kServiceTypeTable[] = {
+        {"tv", 0x01}, {"radio", 0x02}, {"data", 0x0C}, {"hd-tv", 0x19}};
+constexpr NameCode kStreamTypeTable[] = {
+        {"MPEG-2 video", 0x02}, {"H.264", 0x1B}, {"HEVC", 0x24}, {"MPEG audio", 0x03},
+        {"MPEG-2 audio", 0x04}, {"AAC", 0x0F},   {"AC-3", 0x06}};
+
+uint16_t readPid(const Reader& r, const json& v, const std::string& path) {
+    return static_cast<uint16_t>(r.integer(v, path, 0x20, 0x1FFE));
+}
+
+// "20:30": minutes after midnight.
+uint32_t readTimeOfDay(const Reader& r, const json& v, const std::string& path) {
+    unsigned hours = 0, minutes = 0;
+    char end = 0;
+    if (!v.is_string() ||
+        sscanf(v.get<std::string>().c_str(), "%2u:%2u%c", &hours, &minutes, &end) != 2 ||
+        hours > 23 || minutes > 59) {
+        r.fail(path, "must be a time of day in UTC, e.g. \"20:30\"");
+    }
+    return hours * 60 + minutes;
+}
+
+air::Service readService(const Reader& r, const json& v, const std::string& p) {
+    r.object(v, p,
+             {"id", "name", "provider", "type", "pmtPid", "pcrPid", "scrambled", "components",
+              "events"});
+    auto at = [&](const char* key) { return Reader::join(p, key); };
+    air::Service s;
+    s.id = static_cast<uint16_t>(r.integer(r.member(v, p, "id"), at("id"), 1, 0xFFFF));
+    s.name = readText(r, r.member(v, p, "name"), at("name"), air::kMaxNameLength);
+    if (v.contains("provider"))
+        s.provider = readText(r, v.at("provider"), at("provider"), air::kMaxNameLength);
+    if (v.contains("type"))
+        s.type = static_cast<uint8_t>(r.name(v.at("type"), at("type"), names(kServiceTypeTable)));
+    if (v.contains("pmtPid")) s.pmtPid = readPid(r, v.at("pmtPid"), at("pmtPid"));
+    if (v.contains("pcrPid")) s.pcrPid = readPid(r, v.at("pcrPid"), at("pcrPid"));
+    if (v.contains("scrambled")) s.scrambled = r.boolean(v.at("scrambled"), at("scrambled"));
+    const json& components =
+            r.array(r.member(v, p, "components"), at("components"), air::kMaxComponentsPerService);
+    if (components.empty()) r.fail(at("components"), "a service needs at least one component");
+    for (size_t i = 0; i < components.size(); ++i) {
+        const std::string cp = Reader::index(at("components"), i);
+        const json& c = r.object(components[i], cp, {"type", "pid", "language", "bitRateKbps"});
+        air::Component component;
+        component.streamType = static_cast<uint8_t>(
+                r.name(r.member(c, cp, "type"), Reader::join(cp, "type"), names(kStreamTypeTable)));
+        component.ac3 = c.at("type") == "AC-3";
+        if (c.contains("pid")) component.pid = readPid(r, c.at("pid"), Reader::join(cp, "pid"));
+        if (c.contains("language")) {
+            component.language = readText(r, c.at("language"), Reader::join(cp, "language"), 3);
+            if (component.language.size() != 3) {
+                r.fail(Reader::join(cp, "language"), "must be an ISO 639 code of three letters");
+            }
+        }
+        if (c.contains("bitRateKbps")) {
+            component.bitRate = 1000 * r.integer(c.at("bitRateKbps"),
+                                                 Reader::join(cp, "bitRateKbps"), 16, 100000);
+        }
+        s.components.push_back(component);
+    }
+    if (v.contains("events")) {
+        const json& events = r.array(v.at("events"), at("events"), air::kMaxEventsPerService);
+        for (size_t i = 0; i < events.size(); ++i) {
+            const std::string ep = Reader::index(at("events"), i);
+            const json& e = r.object(events[i], ep, {"start", "minutes", "name", "text"});
+            air::ProgrammeEvent event;
+            event.id = static_cast<uint16_t>(i + 1);
+            event.startMinute =
+                    readTimeOfDay(r, r.member(e, ep, "start"), Reader::join(ep, "start"));
+            event.minutes =
+                    r.integer(r.member(e, ep, "minutes"), Reader::join(ep, "minutes"), 1, 1440);
+            event.name = readText(r, r.member(e, ep, "name"), Reader::join(ep, "name"),
+                                  air::kMaxNameLength);
+            if (e.contains("text"))
+                event.text =
+                        readText(r, e.at("text"), Reader::join(ep, "text"), air::kMaxTextLength);
+            s.events.push_back(event);
+        }
+    }
+    return s;
+}
+
+// What a transmitter carries: a multiplex of services, a captured stream, faults of its stream.
+void readContent(const Reader& r, const json& v, const std::string& p, Transmitter& tx) {
+    auto at = [&](const char* key) { return Reader::join(p, key); };
+    if (v.contains("multiplex") && v.contains("ts"))
+        r.fail(at("ts"), "a transmitter carries a multiplex or a ts file, not both");
+    if (v.contains("ts")) {
+        tx.tsFile = readText(r, v.at("ts"), at("ts"), 4096);
+        try {
+            air::readCaptureSummary(tx.tsFile);
+        } catch (const air::CaptureError& e) {
+            r.fail(at("ts"), e.what());
+        }
+    }
+    if (v.contains("multiplex")) {
+        const std::string mp = at("multiplex");
+        const json& m = r.object(v.at("multiplex"), mp,
+                                 {"network", "transportStreamId", "originalNetworkId", "services"});
+        air::MultiplexContent& c = tx.content;
+        c.networkId = static_cast<uint16_t>(
+                r.integer(r.member(m, mp, "network"), Reader::join(mp, "network"), 1, 0xFFFF));
+        c.transportStreamId =
+                static_cast<uint16_t>(r.integer(r.member(m, mp, "transportStreamId"),
+                                                Reader::join(mp, "transportStreamId"), 0, 0xFFFF));
+        c.originalNetworkId = m.contains("originalNetworkId")
+                                      ? static_cast<uint16_t>(r.integer(
+                                                m.at("originalNetworkId"),
+                                                Reader::join(mp, "originalNetworkId"), 0, 0xFFFF))
+                                      : c.networkId;
+        const std::string sp = Reader::join(mp, "services");
+        const json& services =
+                r.array(r.member(m, mp, "services"), sp, air::kMaxServicesPerMultiplex);
+        if (services.empty()) r.fail(sp, "a multiplex needs at least one service");
+        std::map<uint32_t, std::string> pids;
+        std::set<uint16_t> ids;
+        for (size_t i = 0; i < services.size(); ++i) {
+            const std::string ip = Reader::index(sp, i);
+            air::Service s = readService(r, services[i], ip);
+            if (!ids.insert(s.id).second)
+                r.fail(Reader::join(ip, "id"),
+                       "service " + std::to_string(s.id) + " is there twice");
+            c.services.push_back(std::move(s));
+        }
+    }
+    if (v.contains("streamFaults")) {
+        const std::string fp = at("streamFaults");
+        const json& f =
+                r.object(v.at("streamFaults"), fp,
+                         {"continuityErrorsPerS", "crcErrorsPerS", "missing", "overflowPercent"});
+        air::StreamFaults& faults = tx.streamFaults;
+        if (f.contains("continuityErrorsPerS"))
+            faults.continuityErrorsPerS =
+                    r.number(f.at("continuityErrorsPerS"), Reader::join(fp, "continuityErrorsPerS"),
+                             0, 10000);
+        if (f.contains("crcErrorsPerS"))
+            faults.crcErrorsPerS =
+                    r.number(f.at("crcErrorsPerS"), Reader::join(fp, "crcErrorsPerS"), 0, 10000);
+        if (f.contains("overflowPercent"))
+            faults.overflowPercent =
+                    r.integer(f.at("overflowPercent"), Reader::join(fp, "overflowPercent"), 0, 100);
+        if (f.contains("missing")) {
+            const std::string mp = Reader::join(fp, "missing");
+            const json& missing = r.array(f.at("missing"), mp, air::kTables);
+            for (size_t i = 0; i < missing.size(); ++i) {
+                bool known = false;
+                for (size_t t = 0; t < air::kTables; ++t) {
+                    if (missing[i] == air::tableName(static_cast<air::Table>(t))) {
+                        faults.missing[t] = known = true;
+                    }
+                }
+                if (!known)
+                    r.fail(Reader::index(mp, i), missing[i].dump() +
+                                                         " is not a table: PAT, CAT, PMT, NIT, "
+                                                         "SDT, SDT-other, EIT, TDT, TOT");
+            }
+        }
+    }
+}
+
 // Which fields a transmitter of a system may have.
 const std::set<std::string>& transmitterFields(uint32_t system) {
     static const std::set<std::string> terrestrial = {
-            "system",    "frequencyMHz", "bandwidth",   "hierarchy",    "plps",
-            "levelDbuV", "cnDb",         "lockDelayMs", "flapPeriodMs", "figures"};
+            "system",        "frequencyMHz", "bandwidth",     "hierarchy",
+            "plps",          "levelDbuV",    "cnDb",          "lockDelayMs",
+            "flapPeriodMs",  "figures",      "constellation", "codeRate",
+            "guardInterval", "multiplex",    "streamFaults",  "ts"};
     static const std::set<std::string> cable = {
-            "system",    "frequencyMHz", "symbolRate",  "modulation",   "annex",  "bandwidth",
-            "levelDbuV", "cnDb",         "lockDelayMs", "flapPeriodMs", "figures"};
-    static const std::set<std::string> other = {"system",       "frequencyMHz", "symbolRate",
-                                                "levelDbuV",    "cnDb",         "lockDelayMs",
-                                                "flapPeriodMs", "figures"};
+            "system",    "frequencyMHz", "symbolRate",   "modulation",  "annex",
+            "bandwidth", "levelDbuV",    "cnDb",         "lockDelayMs", "flapPeriodMs",
+            "figures",   "multiplex",    "streamFaults", "ts"};
+    static const std::set<std::string> other = {
+            "system",       "frequencyMHz", "symbolRate", "levelDbuV",    "cnDb", "lockDelayMs",
+            "flapPeriodMs", "figures",      "multiplex",  "streamFaults", "ts"};
     return isTerrestrial(system) ? terrestrial : system == MOX_TUNER_TYPE_DVBC ? cable : other;
 }
 
@@ -443,10 +642,25 @@ Transmitter readTransmitter(const Reader& r, const json& v, const std::string& p
         tx.lockDelayMs = r.integer(v.at("lockDelayMs"), at("lockDelayMs"), 0, 60000);
     }
     readMisbehaviour(r, v, p, tx);
+    readContent(r, v, p, tx);
     if (isTerrestrial(tx.system)) {
         tx.bandwidth = r.name(r.member(v, p, "bandwidth"), at("bandwidth"), kBandwidths);
         if (v.contains("hierarchy"))
             tx.hierarchy = r.integer(v.at("hierarchy"), at("hierarchy"), 0, 3);
+        const bool t2 = tx.system == MOX_TUNER_TYPE_DVBT2;
+        if (v.contains("constellation")) {
+            tx.bitsPerSymbol =
+                    r.name(v.at("constellation"), at("constellation"),
+                           t2 ? names(kT2ConstellationTable) : names(kConstellationTable));
+        }
+        if (v.contains("codeRate")) {
+            tx.codeRate = readFraction(r, v.at("codeRate"), at("codeRate"),
+                                       t2 ? kT2CodeRates : kTerrestrialCodeRates);
+        }
+        if (v.contains("guardInterval")) {
+            tx.guard = readFraction(r, v.at("guardInterval"), at("guardInterval"),
+                                    t2 ? kT2Guards : kTerrestrialGuards);
+        }
         if (v.contains("plps")) {
             if (tx.system != MOX_TUNER_TYPE_DVBT2) r.fail(at("plps"), "only DVB-T2 carries PLPs");
             const json& plps = r.array(v.at("plps"), at("plps"), 255);
@@ -495,7 +709,8 @@ void readSatellites(const Reader& r, const json& v, std::vector<Transmitter>& ai
             const json& t =
                     r.object(transponders[i], p,
                              {"system", "frequencyMHz", "polarisation", "symbolRate", "levelDbuV",
-                              "cnDb", "lockDelayMs", "flapPeriodMs", "figures"});
+                              "cnDb", "lockDelayMs", "flapPeriodMs", "figures", "modulation",
+                              "codeRate", "pilots", "multiplex", "streamFaults", "ts"});
             auto at = [&](const char* key) { return Reader::join(p, key); };
             Transmitter tx{};
             tx.switchInput = input;
@@ -514,6 +729,17 @@ void readSatellites(const Reader& r, const json& v, std::vector<Transmitter>& ai
                                      ? r.integer(t.at("lockDelayMs"), at("lockDelayMs"), 0, 60000)
                                      : 500;
             readMisbehaviour(r, t, p, tx);
+            readContent(r, t, p, tx);
+            if (t.contains("modulation")) {
+                tx.bitsPerSymbol = r.name(t.at("modulation"), at("modulation"),
+                                          names(kSatelliteModulationTable));
+                if (tx.system == MOX_TUNER_TYPE_DVBS && tx.bitsPerSymbol != 2) {
+                    r.fail(at("modulation"), "DVB-S is QPSK");
+                }
+            }
+            if (t.contains("codeRate"))
+                tx.codeRate = readFraction(r, t.at("codeRate"), at("codeRate"), kSatelliteCodeRates);
+            if (t.contains("pilots")) tx.pilots = r.boolean(t.at("pilots"), at("pilots"));
             const auto [it, fresh] =
                     used.emplace(std::make_tuple(input, tx.horizontal, tx.frequencyMHz), p);
             if (!fresh) {
@@ -523,6 +749,73 @@ void readSatellites(const Reader& r, const json& v, std::vector<Transmitter>& ai
             }
             air.push_back(std::move(tx));
         }
+    }
+}
+
+// The networks multiplexes name, and the network's time when the clock starts.
+void readNetworks(const Reader& r, const json& root, Environment& env) {
+    std::map<uint16_t, std::string> names;
+    if (root.contains("networks")) {
+        const json& networks = r.array(root.at("networks"), "networks", 64);
+        for (size_t i = 0; i < networks.size(); ++i) {
+            const std::string p = Reader::index("networks", i);
+            const json& n = r.object(networks[i], p, {"id", "name"});
+            const auto id = static_cast<uint16_t>(
+                    r.integer(r.member(n, p, "id"), Reader::join(p, "id"), 1, 0xFFFF));
+            if (!names.emplace(id, readText(r, r.member(n, p, "name"), Reader::join(p, "name"),
+                                            air::kMaxNameLength))
+                         .second) {
+                r.fail(Reader::join(p, "id"), "network " + std::to_string(id) + " is there twice");
+            }
+        }
+    }
+    std::set<std::pair<uint16_t, uint16_t>> streams;
+    for (size_t i = 0; i < env.air.size(); ++i) {
+        air::MultiplexContent& c = env.air[i].content;
+        if (c.services.empty()) continue;
+        const auto name = names.find(c.networkId);
+        if (name == names.end()) {
+            r.fail("networks",
+                   "no network " + std::to_string(c.networkId) + ", which a multiplex names");
+        }
+        c.networkName = name->second;
+        if (!streams.insert({c.networkId, c.transportStreamId}).second) {
+            r.fail("networks", "network " + std::to_string(c.networkId) +
+                                       " has two multiplexes of transport stream id " +
+                                       std::to_string(c.transportStreamId));
+        }
+    }
+    // Each multiplex's PIDs, its PMTs' and components' (those it leaves out included), apart.
+    std::vector<Transmitter> completed = env.air;
+    completeAir(completed);
+    for (const Transmitter& tx : completed) {
+        std::map<uint16_t, std::string> used;
+        for (const air::Service& s : tx.content.services) {
+            std::vector<std::pair<uint16_t, std::string>> pids = {{s.pmtPid, "its PMT"}};
+            for (const air::Component& c : s.components) pids.push_back({c.pid, "a component"});
+            for (const auto& [pid, what] : pids) {
+                const std::string owner = what + " of service " + std::to_string(s.id);
+                const auto [it, fresh] = used.emplace(pid, owner);
+                if (!fresh) {
+                    r.fail("transmitters", std::to_string(tx.frequencyMHz) + " MHz: PID " +
+                                                   std::to_string(pid) + " is " + owner + " and " +
+                                                   it->second);
+                }
+            }
+        }
+    }
+    if (root.contains("utcStart")) {
+        const json& v = root.at("utcStart");
+        struct tm tm {};
+        char end = 0;
+        if (!v.is_string() ||
+            sscanf(v.get<std::string>().c_str(), "%4d-%2d-%2dT%2d:%2d:%2dZ%c", &tm.tm_year,
+                   &tm.tm_mon, &tm.tm_mday, &tm.tm_hour, &tm.tm_min, &tm.tm_sec, &end) != 6) {
+            r.fail("utcStart", "must be a time in UTC, e.g. \"2026-11-24T20:00:00Z\"");
+        }
+        tm.tm_year -= 1900;
+        tm.tm_mon -= 1;
+        env.utcStart = timegm(&tm);
     }
 }
 
@@ -545,7 +838,7 @@ Environment parseEnvironment(const std::string& text, const std::string& name) {
     const Reader r(name, text);
     r.object(root, "",
              {"frontends", "transmitters", "satellites", "faults", "seed", "declaredFrontendCount",
-              "timeline"});
+              "timeline", "networks", "utcStart"});
     Environment env{};
     memset(&env.capability, 0, sizeof(env.capability));
     const json& frontends = r.array(r.member(root, "", "frontends"), "frontends", 5);
@@ -584,6 +877,7 @@ Environment parseEnvironment(const std::string& text, const std::string& name) {
         }
     }
     if (root.contains("satellites")) readSatellites(r, root.at("satellites"), env.air);
+    readNetworks(r, root, env);
     if (root.contains("timeline")) readTimeline(r, root.at("timeline"), env);
     return env;
 }

@@ -30,7 +30,8 @@ float clampPercent(float value) {
 
 }  // namespace
 
-SimulatedDriver::SimulatedDriver() : mClock(steadyNowUs), mStartUs(steadyNowUs()) {
+SimulatedDriver::SimulatedDriver()
+    : mClock(steadyNowUs), mStartUs(steadyNowUs()), mUtcStart(time(nullptr)) {
     setCapabilities(defaultCapabilities());
     mAir = defaultAir();
 }
@@ -84,6 +85,8 @@ void SimulatedDriver::setEnvironment(const MOX_TunerCapability_t& capability,
     setCapabilities(capability);
     ::android::Mutex::Autolock guard(mLock);
     mAir = std::move(air);
+    completeAir(mAir);
+    ++mAirVersion;
     mNoiseSeed = misbehaviour.seed;
     mCalls.fill(0);
     mTunerNeverLocks.assign(mTuners.size(), false);

@@ -8,13 +8,17 @@
 
 #include <array>
 #include <cstdint>
+#include <ctime>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "driver/MoxEntryPoints.h"
 #include "driver/MoxTuner.h"
+#include "simulator/stream/MultiplexContent.h"
+#include "simulator/stream/MultiplexStream.h"
 
 namespace mox::sim {
 
@@ -46,7 +50,23 @@ struct Transmitter {
     std::optional<float> packetError{};
     // Switched off (by a change of the world): nothing locks to it.
     bool onAir = true;
+    // How it transmits beyond what tuning matches; zero: the system's usual (DVB-T 64QAM 2/3
+    // 1/4, DVB-T2 256QAM 2/3 1/128, DVB-C 64QAM, DVB-S QPSK 3/4, DVB-S2 8PSK 3/4).
+    uint32_t bitsPerSymbol = 0;
+    air::CodeRate codeRate{0, 0};
+    air::CodeRate guard{0, 0};
+    bool pilots = false;
+    // What it carries: services made up for it when the air is set without any.
+    air::MultiplexContent content{};
+    air::StreamFaults streamFaults{};
+    std::string tsFile{};  // a captured stream played in place of the content
 };
+
+// Its delivery in broadcast terms, with the system's usual values where it gives none.
+air::Delivery deliveryOf(const Transmitter& tx);
+// Gives every transmitter without services a network's worth of them, and every service its
+// PIDs where it has none: the built-in box's networks and those of files that name none.
+void completeAir(std::vector<Transmitter>& air);
 
 // The driver's entry points, for faults: the tuner driver's part of the one list, named as
 // installation files and world changes write them (kEntryPoints[f].shortName).
@@ -102,9 +122,22 @@ struct WorldChange {
         kConnect,
         kDisconnect,
         kFail,
-        kHeal
+        kHeal,
+        kStream
     };
     enum class Figure { kLevel, kCn, kBer };
+    // What "stream FREQ ..." changes of the transport stream.
+    enum class Stream {
+        kContinuityErrors,
+        kCrcErrors,
+        kWithout,
+        kWith,
+        kOverflow,
+        kClean,
+        kRename,
+        kAddService,
+        kRemoveService
+    };
     Kind kind = Kind::kTransmitterOn;
     uint32_t frequencyMHz = 0;  // the transmitter's, for the transmitter kinds
     Figure figure = Figure::kLevel;
@@ -113,6 +146,11 @@ struct WorldChange {
     Input input = Input::kCable;
     DriverFunction function = DriverFunction::Init;
     Fault fault;
+    Stream stream = Stream::kClean;
+    air::Table table = air::Table::kSdt;
+    uint16_t serviceId = 0;
+    uint8_t serviceType = 0x01;
+    std::string name;
 };
 // Reads "transmitter 474MHz off", "transmitter 474MHz level 40 over 10s", "disconnect dish",
 // "fail Scan -3 first 1", "heal Scan" ...; false with the reason in error.
@@ -162,12 +200,23 @@ class SimulatedDriver {
     int sendToneBurst(int32_t lnbId, uint32_t burst);
     int sendDiseqc(int32_t lnbId, const MOX_DiSEqCCmd_t& cmd);
 
+    // The transport stream a tuner receives between fromUs and untilUs of the clock (never past
+    // now), at most maxPackets of 188 bytes into out; how many. Nothing without lock. One
+    // reader per tuner: what was read is not read again, and a reader that comes back later
+    // than it left misses what was sent meanwhile.
+    size_t readStream(uint8_t tunerIndex, uint64_t fromUs, uint64_t untilUs, uint8_t* out,
+                      size_t maxPackets);
+    // The network's time at the start of the clock; the wall clock's when not set.
+    void setUtcStart(time_t utc);
+
   private:
+    struct TunerStream;
     struct TunerState {
         bool tuned = false;
         MOX_TunerParam_t param{};
         uint64_t tunedAtUs = 0;
-        int transmitter = -1;  // index into mAir, -1 when nothing matches
+        int transmitter = -1;                 // index into mAir, -1 when nothing matches
+        std::shared_ptr<TunerStream> stream;  // from its lock on
     };
 
     bool lockedLocked(uint8_t tunerIndex, const TunerState& tuner) const REQUIRES(mLock);
@@ -188,6 +237,10 @@ class SimulatedDriver {
     int faultLocked(DriverFunction function) REQUIRES(mLock);
     TunerState* tunerLocked(uint8_t tunerIndex) REQUIRES(mLock);
     LnbState* lnbLocked(int32_t lnbId) REQUIRES(mLock);
+    bool streamChangeLocked(const WorldChange& change, Transmitter& tx, std::string& error)
+            REQUIRES(mLock);
+    air::MultiplexSetup setupLocked(size_t transmitter) const REQUIRES(mLock);
+    void prepareStreamLocked(TunerState& tuner, uint8_t tunerIndex) REQUIRES(mLock);
 
     mutable ::android::Mutex mLock;
     Clock mClock GUARDED_BY(mLock);
@@ -214,6 +267,8 @@ class SimulatedDriver {
     std::vector<TimedChange> mTimeline GUARDED_BY(mLock);
     size_t mTimelineDone GUARDED_BY(mLock) = 0;
     uint64_t mStartUs GUARDED_BY(mLock) = 0;  // when the environment was set
+    time_t mUtcStart GUARDED_BY(mLock) = 0;
+    uint64_t mAirVersion GUARDED_BY(mLock) = 0;  // moves on with every change of the air
 };
 
 // The instance behind the driver's C entry points.

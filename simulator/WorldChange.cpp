@@ -3,6 +3,8 @@
 //   transmitter 474MHz level DBUV | cn DB [over 10s] | ber VALUE
 //   disconnect cable | antenna | dish        connect cable | antenna | dish
 //   fail FUNCTION RESULT [first N | every N]  heal FUNCTION
+//   stream 474MHz continuity-errors 2/s | crc-errors 1/s | overflow 10% | without SDT | with SDT
+//   stream 474MHz rename SID NAME | add-service SID tv|radio NAME | remove-service SID | clean
 #include <cmath>
 #include <cstdlib>
 #include <sstream>
@@ -133,6 +135,94 @@ bool faultChange(const std::vector<std::string>& w, WorldChange& c, std::string&
     return false;
 }
 
+bool rate(const std::string& text, double& perSecond) {
+    const std::string digits = text.size() > 2 && text.compare(text.size() - 2, 2, "/s") == 0
+                                       ? text.substr(0, text.size() - 2)
+                                       : text;
+    return number(digits, perSecond) && perSecond >= 0 && perSecond <= 10000;
+}
+
+bool serviceId(const std::string& text, uint16_t& id) {
+    char* end = nullptr;
+    const unsigned long value = strtoul(text.c_str(), &end, 0);
+    if (text.empty() || *end != '\0' || value == 0 || value > 0xFFFF) return false;
+    id = static_cast<uint16_t>(value);
+    return true;
+}
+
+std::string rest(const std::vector<std::string>& w, size_t from) {
+    std::string text;
+    for (size_t i = from; i < w.size(); ++i) text += (text.empty() ? "" : " ") + w[i];
+    return text;
+}
+
+bool streamChange(const std::vector<std::string>& w, WorldChange& c, std::string& error) {
+    using S = WorldChange::Stream;
+    c.kind = WorldChange::Kind::kStream;
+    if (w.size() < 3 || !megahertz(w[1], c.frequencyMHz)) {
+        error = "a transmitter's stream by its frequency, e.g. 'stream 474MHz crc-errors 1/s'";
+        return false;
+    }
+    const std::string& what = w[2];
+    if ((what == "continuity-errors" || what == "crc-errors") && w.size() == 4) {
+        c.stream = what == "crc-errors" ? S::kCrcErrors : S::kContinuityErrors;
+        double perSecond = 0;
+        if (rate(w[3], perSecond)) {
+            c.value = static_cast<float>(perSecond);
+            return true;
+        }
+        error = "'" + what + "' takes a rate per second up to 10000, e.g. '2/s'";
+        return false;
+    }
+    if (what == "overflow" && w.size() == 4) {
+        c.stream = S::kOverflow;
+        double percent = 0;
+        const std::string& t = w[3];
+        if (t.size() > 1 && t.back() == '%' && number(t.substr(0, t.size() - 1), percent) &&
+            percent >= 0 && percent <= 100 && percent == std::floor(percent)) {
+            c.value = static_cast<float>(percent);
+            return true;
+        }
+        error = "'overflow' takes a whole percentage up to 100%, e.g. '10%'";
+        return false;
+    }
+    if ((what == "without" || what == "with") && w.size() == 4) {
+        c.stream = what == "without" ? S::kWithout : S::kWith;
+        for (size_t t = 0; t < air::kTables; ++t) {
+            if (w[3] == air::tableName(static_cast<air::Table>(t))) {
+                c.table = static_cast<air::Table>(t);
+                return true;
+            }
+        }
+        error = "a table: PAT, CAT, PMT, NIT, SDT, SDT-other, EIT, TDT or TOT";
+        return false;
+    }
+    if (what == "clean" && w.size() == 3) {
+        c.stream = S::kClean;
+        return true;
+    }
+    if (what == "rename" && w.size() >= 5 && serviceId(w[3], c.serviceId)) {
+        c.stream = S::kRename;
+        c.name = rest(w, 4);
+        return true;
+    }
+    if (what == "add-service" && w.size() >= 6 && serviceId(w[3], c.serviceId) &&
+        (w[4] == "tv" || w[4] == "radio")) {
+        c.stream = S::kAddService;
+        c.serviceType = w[4] == "tv" ? 0x01 : 0x02;
+        c.name = rest(w, 5);
+        return true;
+    }
+    if (what == "remove-service" && w.size() == 4 && serviceId(w[3], c.serviceId)) {
+        c.stream = S::kRemoveService;
+        return true;
+    }
+    error = "after the frequency: continuity-errors RATE, crc-errors RATE, overflow PERCENT, "
+            "without TABLE, with TABLE, clean, rename SID NAME, add-service SID tv|radio NAME or "
+            "remove-service SID";
+    return false;
+}
+
 }  // namespace
 
 bool parseWorldChange(const std::string& text, WorldChange& change, std::string& error) {
@@ -153,7 +243,8 @@ bool parseWorldChange(const std::string& text, WorldChange& change, std::string&
         return false;
     }
     if (w[0] == "fail" || w[0] == "heal") return faultChange(w, change, error);
-    error = "unknown change '" + w[0] + "': transmitter, connect, disconnect, fail or heal";
+    if (w[0] == "stream") return streamChange(w, change, error);
+    error = "unknown change '" + w[0] + "': transmitter, stream, connect, disconnect, fail or heal";
     return false;
 }
 

@@ -119,11 +119,14 @@ bool SimulatedDriver::changeLocked(const WorldChange& change, std::string& error
             break;
     }
     bool found = false;
+    ++mAirVersion;
     for (size_t i = 0; i < mAir.size(); ++i) {
         Transmitter& tx = mAir[i];
         if (tx.frequencyMHz != change.frequencyMHz) continue;
         found = true;
-        if (change.kind != Kind::kFigure) {
+        if (change.kind == Kind::kStream) {
+            if (!streamChangeLocked(change, tx, error)) return false;
+        } else if (change.kind != Kind::kFigure) {
             tx.onAir = change.kind == Kind::kTransmitterOn;
             if (tx.onAir) reacquireLocked();
         } else if (change.figure == WorldChange::Figure::kBer) {
@@ -143,6 +146,72 @@ bool SimulatedDriver::changeLocked(const WorldChange& change, std::string& error
     if (!found) error = "no transmitter at " + std::to_string(change.frequencyMHz) + " MHz";
     advanceLocked();  // a change "over 0 s" takes effect at once
     return found;
+}
+
+// A change of a transmitter's stream: its faults, or its services (which the next version of
+// its tables announces).
+bool SimulatedDriver::streamChangeLocked(const WorldChange& change, Transmitter& tx,
+                                         std::string& error) {
+    using S = WorldChange::Stream;
+    air::StreamFaults& faults = tx.streamFaults;
+    std::vector<air::Service>& services = tx.content.services;
+    auto service = std::find_if(services.begin(), services.end(),
+                                [&](const air::Service& s) { return s.id == change.serviceId; });
+    switch (change.stream) {
+        case S::kContinuityErrors:
+            faults.continuityErrorsPerS = change.value;
+            return true;
+        case S::kCrcErrors:
+            faults.crcErrorsPerS = change.value;
+            return true;
+        case S::kOverflow:
+            faults.overflowPercent = static_cast<uint32_t>(change.value);
+            return true;
+        case S::kWithout:
+        case S::kWith:
+            faults.missing[static_cast<size_t>(change.table)] = change.stream == S::kWithout;
+            return true;
+        case S::kClean:
+            faults = air::StreamFaults();
+            return true;
+        case S::kRename:
+        case S::kRemoveService:
+            if (service == services.end()) {
+                error = "no service " + std::to_string(change.serviceId) + " at " +
+                        std::to_string(change.frequencyMHz) + " MHz";
+                return false;
+            }
+            if (change.stream == S::kRename) {
+                service->name = change.name.substr(0, air::kMaxNameLength);
+            } else {
+                services.erase(service);
+            }
+            return true;
+        case S::kAddService: {
+            if (service != services.end() || services.size() >= air::kMaxServicesPerMultiplex) {
+                error = service != services.end()
+                                ? "service " + std::to_string(change.serviceId) + " is already there"
+                                : "no room for another service (at most " +
+                                          std::to_string(air::kMaxServicesPerMultiplex) + ")";
+                return false;
+            }
+            air::Service added;
+            added.id = change.serviceId;
+            added.name = change.name.substr(0, air::kMaxNameLength);
+            added.provider = services.empty() ? "" : services.front().provider;
+            added.type = change.serviceType;
+            if (change.serviceType == 0x01) added.components.push_back({0x1B, 0, "", 0, false});
+            added.components.push_back({0x03, 0, "eng", 0, false});
+            // A PMT PID of its own, after the others'.
+            uint16_t pmt = 0x100;
+            for (const air::Service& s : services) pmt = std::max<uint16_t>(pmt, s.pmtPid + 0x10);
+            added.pmtPid = pmt;
+            services.push_back(added);
+            completeAir(mAir);
+            return true;
+        }
+    }
+    return false;
 }
 
 std::string SimulatedDriver::describe() {
@@ -204,11 +273,40 @@ std::string SimulatedDriver::describe() {
     world["lnbs"] = lnbs;
     json air = json::array();
     for (const Transmitter& tx : mAir) {
-        air.push_back({{"system", systemName(tx.system)},
-                       {"frequencyMHz", tx.frequencyMHz},
-                       {"onAir", tx.onAir},
-                       {"levelDbuV", figureJson(tx.levelDbuV)},
-                       {"cnDb", figureJson(tx.cnDb)}});
+        json entry = {{"system", systemName(tx.system)},
+                      {"frequencyMHz", tx.frequencyMHz},
+                      {"onAir", tx.onAir},
+                      {"levelDbuV", figureJson(tx.levelDbuV)},
+                      {"cnDb", figureJson(tx.cnDb)},
+                      {"bitRate", air::usefulBitRate(deliveryOf(tx))}};
+        if (!tx.tsFile.empty()) {
+            entry["ts"] = tx.tsFile;
+        } else {
+            entry["networkId"] = tx.content.networkId;
+            entry["transportStreamId"] = tx.content.transportStreamId;
+            json services = json::array();
+            for (const air::Service& s : tx.content.services) {
+                services.push_back({{"id", s.id},
+                                    {"name", s.name},
+                                    {"type", s.type == 0x02   ? "radio"
+                                             : s.type == 0x0C ? "data"
+                                                              : "tv"},
+                                    {"scrambled", s.scrambled}});
+            }
+            entry["services"] = services;
+        }
+        json faults = json::object();
+        const air::StreamFaults& f = tx.streamFaults;
+        if (f.continuityErrorsPerS > 0) faults["continuityErrorsPerS"] = f.continuityErrorsPerS;
+        if (f.crcErrorsPerS > 0) faults["crcErrorsPerS"] = f.crcErrorsPerS;
+        if (f.overflowPercent > 0) faults["overflowPercent"] = f.overflowPercent;
+        json missing = json::array();
+        for (size_t t = 0; t < air::kTables; ++t) {
+            if (f.missing[t]) missing.push_back(air::tableName(static_cast<air::Table>(t)));
+        }
+        if (!missing.empty()) faults["missing"] = missing;
+        entry["streamFaults"] = faults;
+        air.push_back(entry);
     }
     world["transmitters"] = air;
     json faults = json::array();
