@@ -208,6 +208,11 @@ class SimulatedDriver {
                       size_t maxPackets);
     // The network's time at the start of the clock; the wall clock's when not set.
     void setUtcStart(time_t utc);
+    // The stream a transmitter sends, as it leaves the transmitter (no reception on the way),
+    // from the start of the clock; nullptr when there is no such transmitter or its capture
+    // cannot be read. For tests and benchmarks of the air.
+    std::unique_ptr<air::TransportStreamSource> transmitterStream(size_t transmitter);
+    size_t transmitterCount() const;
 
   private:
     struct TunerStream;

@@ -137,6 +137,26 @@ void SimulatedDriver::setUtcStart(time_t utc) {
     mUtcStart = utc;
 }
 
+std::unique_ptr<air::TransportStreamSource> SimulatedDriver::transmitterStream(size_t transmitter) {
+    ::android::Mutex::Autolock guard(mLock);
+    if (transmitter >= mAir.size()) return nullptr;
+    const Transmitter& tx = mAir[transmitter];
+    const uint64_t rate = air::usefulBitRate(deliveryOf(tx));
+    if (!tx.tsFile.empty()) {
+        try {
+            return std::make_unique<air::CapturedStream>(tx.tsFile, rate);
+        } catch (const air::CaptureError&) {
+            return nullptr;
+        }
+    }
+    return std::make_unique<air::MultiplexStream>(setupLocked(transmitter), rate, mUtcStart);
+}
+
+size_t SimulatedDriver::transmitterCount() const {
+    ::android::Mutex::Autolock guard(mLock);
+    return mAir.size();
+}
+
 void SimulatedDriver::prepareStreamLocked(TunerState& tuner, uint8_t tunerIndex) {
     const Transmitter& tx = mAir[tuner.transmitter];
     std::shared_ptr<TunerStream>& stream = tuner.stream;

@@ -110,7 +110,7 @@ void MultiplexStream::build() {
     add(Table::kPat, PAT_PID, 0, kPatPeriodMs, 0);
     const bool scrambled = std::any_of(content.services.begin(), content.services.end(),
                                        [](const Service& s) { return s.scrambled; });
-    if (scrambled) add(Table::kCat, CAT_PID, 0, kCatPeriodMs, 5);
+    if (scrambled) add(Table::kCat, CAT_PID, 0, kCatPeriodMs, 0);  // before any scrambled packet
     for (size_t i = 0; i < n; ++i) {
         add(Table::kPmt, content.services[i].pmtPid, i, kPmtPeriodMs,
             (i + 1) * kPmtPeriodMs / (n + 1));

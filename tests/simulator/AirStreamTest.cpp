@@ -1,0 +1,198 @@
+// The transport streams on the simulated air, read back by an independent checker (libdvbv5's
+// parsers and the TR 101 290 measurements): every multiplex of the built-in box and of the
+// example installations, what reception and the stream faults do, and the received stream's
+// dependence on the lock.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "simulator/Environment.h"
+#include "simulator/SimulatedDriver.h"
+#include "streamcheck/StreamChecker.h"
+
+namespace {
+
+using namespace mox::sim;
+using mox::streamcheck::StreamChecker;
+using mox::streamcheck::StreamReport;
+
+// Reads seconds of a stream through the checker, a second at a time.
+StreamReport readAir(mox::air::TransportStreamSource& source, uint64_t seconds) {
+    StreamChecker checker({source.bitRate(), 5});
+    std::vector<uint8_t> buffer(source.bitRate() / 1504 * 188 + 188 * 16);
+    for (uint64_t s = 1; s <= seconds; ++s) {
+        const size_t n = source.produce(s * 1000000, buffer.data(), buffer.size() / 188);
+        checker.packets(buffer.data(), n * 188);
+    }
+    return checker.report();
+}
+
+void expectHealthy(const StreamReport& r, uint64_t bitRate, double seconds) {
+    EXPECT_EQ(r.first.tsSyncLoss + r.first.syncByteError, 0u);
+    EXPECT_EQ(r.first.patError, 0u);
+    EXPECT_EQ(r.first.continuityCountError, 0u);
+    EXPECT_EQ(r.first.pmtError, 0u);
+    EXPECT_EQ(r.first.pidError, 0u);
+    EXPECT_EQ(r.second.transportError, 0u);
+    EXPECT_EQ(r.second.crcError, 0u);
+    EXPECT_EQ(r.second.pcrRepetitionError, 0u);
+    EXPECT_EQ(r.second.pcrAccuracyError, 0u);
+    EXPECT_EQ(r.second.ptsError, 0u);
+    EXPECT_EQ(r.second.catError, 0u);
+    EXPECT_EQ(r.third.nitActualError, 0u);
+    EXPECT_EQ(r.third.sdtActualError, 0u);
+    EXPECT_EQ(r.third.eitActualError, 0u);
+    EXPECT_EQ(r.third.tdtError, 0u);
+    // PAT and PMT every 100 ms or so, as networks send them.
+    EXPECT_LE(r.repetitions.pat.largestSeconds, 0.15);
+    for (const auto& [pid, interval] : r.repetitions.pmt) EXPECT_LE(interval.largestSeconds, 0.15) << pid;
+    for (const auto& [pid, interval] : r.repetitions.pcr) EXPECT_LE(interval.largestSeconds, 0.040) << pid;
+    for (const auto& [pid, interval] : r.repetitions.pts) EXPECT_LE(interval.largestSeconds, 0.7) << pid;
+    EXPECT_LE(r.repetitions.sdtActual.largestSeconds, 2.0);
+    EXPECT_LE(r.repetitions.nitActual.largestSeconds, 10.0);
+    EXPECT_LE(r.repetitions.tdt.largestSeconds, 30.0);
+    EXPECT_GE(r.repetitions.tdt.count, 2u);
+    for (const auto& [sid, interval] : r.repetitions.eitPresentFollowingActual) {
+        EXPECT_LE(interval.largestSeconds, 2.0) << sid;
+    }
+    const double rate = double(r.totalPackets) * 1504 / seconds;
+    EXPECT_NEAR(rate, double(bitRate), bitRate * 0.01);
+}
+
+// Every multiplex: 30 s that pass the checks, and tables that name what the installation holds.
+void checkInstallation(SimulatedDriver& driver) {
+    const std::string world = driver.describe();
+    for (size_t t = 0; t < driver.transmitterCount(); ++t) {
+        SCOPED_TRACE("transmitter " + std::to_string(t));
+        auto source = driver.transmitterStream(t);
+        ASSERT_TRUE(source);
+        const StreamReport r = readAir(*source, 30);
+        expectHealthy(r, source->bitRate(), 30);
+        ASSERT_TRUE(r.tables.sdtActual.has_value());
+        ASSERT_TRUE(r.tables.nitActual.has_value());
+        ASSERT_TRUE(r.tables.pat.has_value());
+        EXPECT_EQ(r.tables.pmts.size(), r.tables.sdtActual->services.size());
+        EXPECT_EQ(r.tables.eitPresentFollowingActual.size(), r.tables.sdtActual->services.size());
+        for (const auto& [sid, service] : r.tables.sdtActual->services) {
+            EXPECT_FALSE(service.name.empty()) << sid;
+            EXPECT_NE(world.find("\"name\":\"" + service.name + "\""), std::string::npos)
+                    << service.name;
+        }
+    }
+}
+
+TEST(AirStreamTest, EveryMultiplexOfTheBuiltInBoxPassesTheChecks) {
+    SimulatedDriver driver;
+    checkInstallation(driver);
+}
+
+class ExampleAirTest : public testing::TestWithParam<const char*> {};
+
+TEST_P(ExampleAirTest, EveryMultiplexPassesTheChecks) {
+    const Environment env = loadEnvironmentFile(std::string(EXAMPLES_DIR) + "/" + GetParam());
+    SimulatedDriver driver;
+    driver.setEnvironment(env.capability, env.air, env.misbehaviour);
+    checkInstallation(driver);
+}
+
+INSTANTIATE_TEST_SUITE_P(Examples, ExampleAirTest,
+                         testing::Values("cable-network.json", "terrestrial-region.json",
+                                         "dish-two-satellites.json", "misbehaving-board.json"));
+
+// The default box's DVB-T 650 MHz multiplex on tuner 0, on a clock the test moves.
+struct Received {
+    uint64_t now = 1000000;
+    SimulatedDriver driver;
+    std::vector<uint8_t> buffer = std::vector<uint8_t>(200000 * 188);
+    uint64_t readUntil = 0;
+
+    Received() {
+        driver.setClock([this] { return now; });
+        driver.setEnvironment(SimulatedDriver::defaultCapabilities(), SimulatedDriver::defaultAir());
+        MOX_TunerParam_t param{};
+        param.eTunerType = MOX_TUNER_TYPE_DVBT;
+        param.uiFreqMHz = 650;
+        param.eBandwidth = MOX_TUNER_BW_8MHZ;
+        driver.scan(0, param);
+    }
+    void change(const std::string& words) {
+        WorldChange c;
+        std::string error;
+        ASSERT_TRUE(parseWorldChange(words, c, error)) << error;
+        ASSERT_TRUE(driver.change(c, error)) << error;
+    }
+    // Moves the clock on and reads what arrived.
+    StreamReport read(uint64_t seconds, uint64_t bitRate) {
+        StreamChecker checker({bitRate, 5});
+        for (uint64_t s = 0; s < seconds; ++s) {
+            now += 1000000;
+            const size_t n = driver.readStream(0, readUntil, now, buffer.data(), 200000);
+            readUntil = now;
+            checker.packets(buffer.data(), n * 188);
+        }
+        return checker.report();
+    }
+};
+
+TEST(AirStreamTest, NothingArrivesWithoutLock) {
+    Received air;
+    // 800 ms to lock: nothing yet.
+    air.now += 500000;
+    EXPECT_EQ(air.driver.readStream(0, 0, air.now, air.buffer.data(), 1000), 0u);
+    const StreamReport locked = air.read(2, 0);
+    EXPECT_GT(locked.totalPackets, 0u);
+    air.change("transmitter 650MHz off");
+    EXPECT_EQ(air.read(1, 0).totalPackets, 0u);
+}
+
+TEST(AirStreamTest, FaultsDoExactlyTheDamageAsked) {
+    Received air;
+    const uint64_t rate = air.driver.transmitterStream(3)->bitRate();
+    air.read(2, rate);  // locked and under way
+    air.change("stream 650MHz continuity-errors 2/s");
+    air.change("stream 650MHz crc-errors 1/s");
+    StreamReport r = air.read(30, rate);
+    EXPECT_NEAR(double(r.first.continuityCountError), 60, 1);
+    EXPECT_NEAR(double(r.second.crcError), 30, 1);
+    EXPECT_EQ(r.second.transportError, 0u);
+
+    air.change("stream 650MHz clean");
+    air.change("stream 650MHz without SDT");
+    r = air.read(10, rate);
+    EXPECT_EQ(r.repetitions.sdtActual.count, 0u);
+    EXPECT_GT(r.third.sdtActualError, 0u);
+    EXPECT_EQ(r.first.continuityCountError, 0u);
+    EXPECT_EQ(r.second.crcError, 0u);
+}
+
+TEST(AirStreamTest, ARenamedServiceComesWithTheSdtsNextVersion) {
+    Received air;
+    const uint64_t rate = air.driver.transmitterStream(3)->bitRate();
+    StreamReport before = air.read(3, rate);
+    ASSERT_TRUE(before.tables.sdtActual.has_value());
+    const uint16_t sid = before.tables.sdtActual->services.begin()->first;
+    air.change("stream 650MHz rename " + std::to_string(sid) + " Late Night TV");
+    air.change("stream 650MHz add-service 4000 radio New Radio");
+    const StreamReport after = air.read(3, rate);
+    ASSERT_TRUE(after.tables.sdtActual.has_value());
+    EXPECT_EQ(after.tables.sdtActual->services.at(sid).name, "Late Night TV");
+    EXPECT_EQ(after.tables.sdtActual->services.at(4000).name, "New Radio");
+    EXPECT_EQ(after.tables.sdtActual->version, (before.tables.sdtActual->version + 1) % 32);
+    EXPECT_EQ(after.tables.pat->programs.count(4000), 1u);
+    EXPECT_EQ(after.first.continuityCountError, 0u);
+}
+
+TEST(AirStreamTest, BelowTheNeededCnPacketsBreakAtTheRateTheBerGives) {
+    Received air;
+    const uint64_t rate = air.driver.transmitterStream(3)->bitRate();
+    air.read(2, rate);
+    air.change("transmitter 650MHz cn 14");  // 64QAM 2/3 needs about 16 dB
+    const StreamReport r = air.read(10, rate);
+    const double ber = std::pow(10.0, -14.0 / 4.0);
+    const double expected = 1.0 - std::pow(1.0 - ber, 1504.0);
+    EXPECT_NEAR(double(r.second.transportError) / double(r.totalPackets), expected, 0.01);
+}
+
+}  // namespace
