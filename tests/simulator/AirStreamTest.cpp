@@ -47,9 +47,12 @@ void expectHealthy(const StreamReport& r, uint64_t bitRate, double seconds) {
     EXPECT_EQ(r.third.tdtError, 0u);
     // PAT and PMT every 100 ms or so, as networks send them.
     EXPECT_LE(r.repetitions.pat.largestSeconds, 0.15);
-    for (const auto& [pid, interval] : r.repetitions.pmt) EXPECT_LE(interval.largestSeconds, 0.15) << pid;
-    for (const auto& [pid, interval] : r.repetitions.pcr) EXPECT_LE(interval.largestSeconds, 0.040) << pid;
-    for (const auto& [pid, interval] : r.repetitions.pts) EXPECT_LE(interval.largestSeconds, 0.7) << pid;
+    for (const auto& [pid, interval] : r.repetitions.pmt)
+        EXPECT_LE(interval.largestSeconds, 0.15) << pid;
+    for (const auto& [pid, interval] : r.repetitions.pcr)
+        EXPECT_LE(interval.largestSeconds, 0.040) << pid;
+    for (const auto& [pid, interval] : r.repetitions.pts)
+        EXPECT_LE(interval.largestSeconds, 0.7) << pid;
     EXPECT_LE(r.repetitions.sdtActual.largestSeconds, 2.0);
     EXPECT_LE(r.repetitions.nitActual.largestSeconds, 10.0);
     EXPECT_LE(r.repetitions.tdt.largestSeconds, 30.0);

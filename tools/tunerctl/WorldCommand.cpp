@@ -41,6 +41,35 @@ std::string number(const json& value, const char* format) {
     return text;
 }
 
+// What a transmitter carries: its services, or the capture it plays, and its stream's faults.
+std::string streamLines(const json& tx) {
+    std::string text;
+    if (tx.contains("bitRate") && tx.at("bitRate").is_number()) {
+        char rate[32];
+        snprintf(rate, sizeof(rate), "%.2f Mbit/s", tx.at("bitRate").get<double>() / 1e6);
+        text += "  carries " + std::string(rate);
+        if (tx.contains("ts") && tx.at("ts").is_string()) {
+            text += ": " + tx.at("ts").get<std::string>() + " in a loop";
+        } else if (tx.contains("services") && tx.at("services").is_array()) {
+            std::vector<std::string> services;
+            for (const json& s : tx.at("services")) {
+                if (!s.is_object() || !s.contains("name") || !s.contains("id")) continue;
+                services.push_back(s.at("name").get<std::string>() + " (" +
+                                   s.value("type", std::string("tv")) + " " +
+                                   std::to_string(s.at("id").get<uint32_t>()) +
+                                   (s.value("scrambled", false) ? ", scrambled" : "") + ")");
+            }
+            text += ": " + joined(services, ", ");
+        }
+        text += "\n";
+    }
+    if (tx.contains("streamFaults") && tx.at("streamFaults").is_object() &&
+        !tx.at("streamFaults").empty()) {
+        text += "  stream faults: " + tx.at("streamFaults").dump() + "\n";
+    }
+    return text;
+}
+
 std::string tunerLine(const json& t) {
     std::string line = "tuner " + std::to_string(t.at("tuner").get<int>()) + ": ";
     if (!t.at("tuned").get<bool>()) {
@@ -132,6 +161,7 @@ std::string worldText(const json& world) {
                 (tx.at("onAir").get<bool>() ? "on air, " : "off air, ") +
                 number(tx.at("levelDbuV"), "%.1f") + " dBuV, C/N " + number(tx.at("cnDb"), "%.1f") +
                 " dB\n";
+        text += streamLines(tx);
     }
     for (const json& f : world.at("faults")) {
         text += "fault: " + f.at("function").get<std::string>() + " returns " +
