@@ -345,3 +345,19 @@ TEST(StreamCheckerTest, AdaptationFieldLongerThanThePacketIsIgnored) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(StreamCheckerTest, ShortHeaderWhereALongOneBelongsIsMalformed) {
+    // A PAT without section_syntax_indicator, 3 bytes long (found by the fuzzer: read past its
+    // end).
+    StreamChecker checker(Options{tsbuild::kBitRate});
+    const Bytes p = tsbuild::packet(tsbuild::Header{0x0000, true}, {0x00, 0x00, 0x00, 0x00});
+    checker.packet(p.data());
+    const StreamReport r = checker.report();
+    EXPECT_EQ(r.malformedSections, 1u);
+    EXPECT_FALSE(r.tables.pat);
+    EXPECT_EQ(r.repetitions.pat.count, 0u);
+}
+
+}  // namespace
