@@ -213,7 +213,9 @@ void StreamChecker::section(uint16_t pid, const Section& s, uint64_t index) {
     const bool syntax = (b[1] & 0x80) != 0;
     // The fixed fields: a long header and CRC, a TOT's time, loop length and CRC, a TDT's time.
     const size_t least = syntax ? 12 : table == 0x73 ? 14 : table == 0x70 ? 8 : 3;
-    if (b.size() < least) {
+    // Every table with a CRC but the TOT has the long header.
+    const bool longHeaderMissing = crcChecked(table) && table != 0x73 && !syntax;
+    if (b.size() < least || longHeaderMissing) {
         ++mMalformedSections;
         return;
     }
