@@ -260,7 +260,7 @@ int SimulatedDriver::getInfo(uint8_t tunerIndex, MOX_TunerSignalInfo_t* info) {
     info->strength = static_cast<uint32_t>(clampPercent(tx.levelDbuV * 1.3f));
     info->quality = static_cast<uint32_t>(clampPercent((cn - 8.0f) * 4.0f));
     info->snr = cn;
-    info->ber = std::pow(10.0f, -cn / 4.0f);
+    info->ber = static_cast<float>(bitErrorRateAt(cn));
     info->lber = info->ber / 100.0f;
     info->agc = 0x100 + static_cast<uint32_t>(std::max(0.0f, 100.0f - tx.levelDbuV));
     info->powerlevel = static_cast<int32_t>(std::lround((tx.levelDbuV + jitterLocked(0.4f)) * 10));

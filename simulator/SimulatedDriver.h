@@ -7,6 +7,7 @@
 #include <utils/Mutex.h>
 
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <ctime>
 #include <functional>
@@ -61,6 +62,12 @@ struct Transmitter {
     air::StreamFaults streamFaults{};
     std::string tsFile{};  // a captured stream played in place of the content
 };
+
+// The bit error rate the simulated demodulator sees at a C/N: what it reports and what breaks
+// packets below the C/N a transmission needs.
+inline double bitErrorRateAt(double cnDb) {
+    return std::pow(10.0, -cnDb / 4.0);
+}
 
 // Its delivery in broadcast terms, with the system's usual values where it gives none.
 air::Delivery deliveryOf(const Transmitter& tx);

@@ -190,7 +190,7 @@ void SimulatedDriver::prepareStreamLocked(TunerState& tuner, uint8_t tunerIndex)
     }
     // Reception: quasi error-free above the C/N the transmission needs, or until a bit error
     // rate is set for it; below, packets break at the rate that BER gives.
-    const double ber = tx.ber ? double(*tx.ber) : std::pow(10.0, -double(tx.cnDb) / 4.0);
+    const double ber = tx.ber ? double(*tx.ber) : bitErrorRateAt(tx.cnDb);
     const bool damaged = tx.ber.has_value() || tx.cnDb < requiredCnDb(delivery);
     stream->reception.setPacketErrorRate(damaged ? air::packetErrorRate(ber) : 0.0);
 }

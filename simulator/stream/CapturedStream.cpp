@@ -133,15 +133,14 @@ void CapturedStream::restamp(uint8_t* p, uint64_t slot, uint64_t loop) {
         const uint64_t step = (mSummary.lastCc[pid] + 1u - mSummary.firstCc[pid]) & 0xF;
         ts_set_cc(p, static_cast<uint8_t>((ts_get_cc(p) + step * loop) & 0xF));
     }
-    const uint64_t slotTicks = slot / mMultiplexRate * 1504 * 27000000 +
-                               slot % mMultiplexRate * 1504 * 27000000 / mMultiplexRate;
+    const uint64_t pcrTicks = slotTicks(slot, mMultiplexRate, 27000000);
     if (carriesPcr(p)) {
         // The first PCR sets the origin; every one after is the packet's time on the air.
         if (!mPcrOriginSet) {
-            mPcrOrigin = (pcrOf(p) + kPcrWrap - slotTicks % kPcrWrap) % kPcrWrap;
+            mPcrOrigin = (pcrOf(p) + kPcrWrap - pcrTicks % kPcrWrap) % kPcrWrap;
             mPcrOriginSet = true;
         }
-        const uint64_t pcr = (mPcrOrigin + slotTicks) % kPcrWrap;
+        const uint64_t pcr = (mPcrOrigin + pcrTicks) % kPcrWrap;
         tsaf_set_pcr(p, pcr / 300);
         tsaf_set_pcrext(p, static_cast<uint16_t>(pcr % 300));
     }
@@ -153,8 +152,7 @@ void CapturedStream::restamp(uint8_t* p, uint64_t slot, uint64_t loop) {
     if (id < 0xC0 && id != 0xBD) return;  // streams without the optional header
     if ((pes[6] & 0xC0) != 0x80) return;
     const uint64_t passSlots = slotOf(loop * mSummary.packets);
-    const uint64_t ticks = passSlots / mMultiplexRate * 1504 * 90000 +
-                           passSlots % mMultiplexRate * 1504 * 90000 / mMultiplexRate;
+    const uint64_t ticks = slotTicks(passSlots, mMultiplexRate, 90000);
     if (pes[7] & 0x80) shiftTimestamp(pes + 9, ticks);
     if ((pes[7] & 0xC0) == 0xC0) shiftTimestamp(pes + 14, ticks);
 }

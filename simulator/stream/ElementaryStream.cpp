@@ -69,6 +69,12 @@ void ElementaryStream::writePesHeader(uint64_t frame, uint64_t startPts90k) {
             (startPts90k + (frame + 1) * mFrameTicks + kPresentationDelay90k) % kTimestampWrap;
     if (mVideo) pes_set_dts(h, (pts + kTimestampWrap - mFrameTicks) % kTimestampWrap);
     pes_set_pts(h, pts);
+    // The frame's first bytes follow the header.
+    const uint8_t* lead = mVideo ? kVideoStart : kAudioStart;
+    const size_t leadSize =
+            std::min<size_t>(mVideo ? sizeof(kVideoStart) : sizeof(kAudioStart), mFrameBytes);
+    std::memcpy(h + mHeaderBytes, lead, leadSize);
+    mStartBytes = mHeaderBytes + static_cast<uint32_t>(leadSize);
 }
 
 void ElementaryStream::next(uint8_t* p, uint64_t startPts90k) {
@@ -94,15 +100,8 @@ void ElementaryStream::next(uint8_t* p, uint64_t startPts90k) {
     // The payload: the PES header and the frame's first bytes, then filler that holds no
     // start code.
     std::memset(payload, 0x80 | static_cast<uint8_t>(frame & 0x7F), size);
-    uint8_t start[48];
-    const uint8_t* lead = mVideo ? kVideoStart : kAudioStart;
-    const size_t leadSize = mVideo ? sizeof(kVideoStart) : sizeof(kAudioStart);
-    std::memcpy(start, mHeader.data(), mHeaderBytes);
-    std::memcpy(start + mHeaderBytes, lead, std::min<size_t>(leadSize, mFrameBytes));
-    const uint32_t startSize =
-            mHeaderBytes + static_cast<uint32_t>(std::min<size_t>(leadSize, mFrameBytes));
-    if (offset < startSize) {
-        std::memcpy(payload, start + offset, std::min(size, startSize - offset));
+    if (offset < mStartBytes) {
+        std::memcpy(payload, mHeader.data() + offset, std::min(size, mStartBytes - offset));
     }
     if (mScrambled) {
         ts_set_scrambling(p, 0x2);  // even key

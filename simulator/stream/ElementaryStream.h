@@ -52,7 +52,9 @@ class ElementaryStream {
     uint8_t mCc = 0;
     bool mScrambled;
     std::array<uint8_t, 8> mKey{};
-    std::array<uint8_t, 32> mHeader{};  // the PES header of the frame under way
+    // The PES header of the frame under way and the frame's first bytes after it.
+    std::array<uint8_t, 32> mHeader{};
+    uint32_t mStartBytes = 0;
 };
 
 // Scrambles or clears a packet's payload with a service's control word: the stand-in for a

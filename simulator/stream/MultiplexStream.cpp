@@ -12,7 +12,6 @@ namespace mox::air {
 namespace {
 
 constexpr uint64_t kPcrWrap = (uint64_t{1} << 33) * 300;
-constexpr uint64_t kPcrTicksPerSlotBits = 1504ull * 27000000ull;  // PCR ticks of a slot, times R
 constexpr uint32_t kDefaultAudioRate = 192000;
 constexpr uint32_t kDefaultAc3Rate = 384000;
 // Of the multiplex, what its services' components share by default; the rest is tables, PCR
@@ -71,7 +70,7 @@ struct MultiplexStream::TableEntry {
     std::vector<Section> sections;
     size_t cursor = 0;
     uint8_t version = 0;
-    uint64_t builtGeneration = UINT64_MAX;
+    bool stale = true;  // its content changed since its sections were made
 };
 
 MultiplexStream::MultiplexStream(MultiplexSetup setup, uint64_t bitRate, time_t utcAtStart)
@@ -89,14 +88,11 @@ uint64_t MultiplexStream::slotsFor(uint64_t ms) const {
 }
 
 time_t MultiplexStream::utcAt(uint64_t slot) const {
-    return mUtcAtStart +
-           static_cast<time_t>(slot / mBitRate * 1504 + slot % mBitRate * 1504 / mBitRate);
+    return mUtcAtStart + static_cast<time_t>(slotTicks(slot, mBitRate, 1));
 }
 
 uint64_t MultiplexStream::pcrAt(uint64_t slot) const {
-    const uint64_t ticks = slot / mBitRate * kPcrTicksPerSlotBits +
-                           slot % mBitRate * kPcrTicksPerSlotBits / mBitRate;
-    return (mPcrStart + ticks) % kPcrWrap;
+    return (mPcrStart + slotTicks(slot, mBitRate, 27000000)) % kPcrWrap;
 }
 
 void MultiplexStream::build() {
@@ -173,7 +169,7 @@ void MultiplexStream::update(MultiplexSetup setup) {
     const double oldCrcRate = mSetup.faults.crcErrorsPerS;
     mPreviousSetup = std::move(mSetup);
     mSetup = std::move(setup);
-    for (auto& table : mTables) table->builtGeneration = UINT64_MAX;
+    for (auto& table : mTables) table->stale = true;
     if (!sameLayout) {
         // Tables go on from their versions and counters from where they were, so a receiver
         // sees each table change and no counter jump.
@@ -251,7 +247,7 @@ void MultiplexStream::queueDueTables() {
                 // out with the next version, so receivers take it.
                 const bool timed =
                         t.kind == Table::kEit || t.kind == Table::kTdt || t.kind == Table::kTot;
-                if (timed || t.builtGeneration == UINT64_MAX || t.sections.empty()) {
+                if (timed || t.stale || t.sections.empty()) {
                     std::vector<Section> fresh = sectionsOf(t, t.version);
                     if (!t.sections.empty() && fresh != t.sections && hasCrc(t.kind) &&
                         t.kind != Table::kTot) {
@@ -259,7 +255,7 @@ void MultiplexStream::queueDueTables() {
                         fresh = sectionsOf(t, t.version);
                     }
                     t.sections = std::move(fresh);
-                    t.builtGeneration = 0;
+                    t.stale = false;
                 }
                 t.periodSlots = std::max<uint64_t>(1, slotsFor(t.periodMs) / t.sections.size());
             }

@@ -25,4 +25,10 @@ inline uint64_t slotAt(uint64_t us, uint64_t bitRate) {
     return bits / 1504;
 }
 
+// Slot n's start on a clock counting hz ticks a second (27 MHz PCR, 90 kHz PTS, 1 Hz), exact and
+// without overflow for any slot of a day at any rate.
+inline uint64_t slotTicks(uint64_t slot, uint64_t bitRate, uint64_t hz) {
+    return slot / bitRate * 1504 * hz + slot % bitRate * 1504 * hz / bitRate;
+}
+
 }  // namespace mox::air
