@@ -20,6 +20,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstring>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -323,8 +324,21 @@ class RawPeer {
         // The header as a broken peer writes it: its claim, whatever it sends.
         FrameHeader* written = static_cast<FrameHeader*>(frame.iov()[0].iov_base);
         written->fdCount = claimed;
-        return sendWithFds(mFd, frame.iov(), frame.iovCount(), &fds, MSG_NOSIGNAL) ==
-               ssize_t(frame.bytes());
+        // Any number of descriptors, beyond what the transport's own sender would send.
+        std::vector<char> control(CMSG_SPACE(sizeof(int) * fds.size()));
+        msghdr msg{};
+        msg.msg_iov = frame.iov();
+        msg.msg_iovlen = size_t(frame.iovCount());
+        if (!fds.empty()) {
+            msg.msg_control = control.data();
+            msg.msg_controllen = control.size();
+            cmsghdr* cmsg = CMSG_FIRSTHDR(&msg);
+            cmsg->cmsg_level = SOL_SOCKET;
+            cmsg->cmsg_type = SCM_RIGHTS;
+            cmsg->cmsg_len = CMSG_LEN(sizeof(int) * fds.size());
+            memcpy(CMSG_DATA(cmsg), fds.data(), sizeof(int) * fds.size());
+        }
+        return sendmsg(mFd, &msg, MSG_NOSIGNAL) == ssize_t(frame.bytes());
     }
     bool closedWithin(std::chrono::milliseconds bound) {
         const auto deadline = std::chrono::steady_clock::now() + bound;

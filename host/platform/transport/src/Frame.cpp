@@ -73,6 +73,10 @@ ssize_t sendWithFds(int fd, iovec* iov, int iovCount, const std::vector<int>* fd
     msg.msg_iov = iov;
     msg.msg_iovlen = size_t(iovCount);
     if (fds != nullptr && !fds->empty()) {
+        if (fds->size() > limits::kMaxFdsPerMessage) {
+            errno = EINVAL;
+            return -1;
+        }
         const size_t bytes = sizeof(int) * fds->size();
         memset(control, 0, sizeof(control));
         msg.msg_control = control;

@@ -85,7 +85,7 @@ bool sendFrame(int fd, const FrameHeader& header);
 // Writes what a non-blocking socket takes now; the number of bytes written, or -1 if it failed.
 // The frame's descriptors go with its first byte written.
 ssize_t sendSome(int fd, OutgoingFrame& frame);
-// One sendmsg of `iov` with `fds` (if any) as SCM_RIGHTS.
+// One sendmsg of `iov` with `fds` (if any, at most kMaxFdsPerMessage) as SCM_RIGHTS.
 ssize_t sendWithFds(int fd, iovec* iov, int iovCount, const std::vector<int>* fds, int flags);
 
 // How far a reader of a body of this size may go: each word read a few times over at most, so a
