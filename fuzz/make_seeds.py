@@ -107,7 +107,7 @@ write("lnb_fuzzer", "diseqc", bytes([0xE0, 0x10, 0x38, 0xF3, 0, 0, 0, 9, 3, 0]))
 
 # The transport: the first byte says whether the session's hello comes first (bit 0); the rest
 # goes to the service's side of a connection as it stands. A frame is a 24-byte header (body
-# bytes, kind, reserved, method, call id, padding, object) and a Cap'n Proto message.
+# bytes, kind, descriptor count, method, call id, padding, object) and a Cap'n Proto message.
 def frame(kind, method=0, object_id=0, call_id=1, body=b""):
     return struct.pack("<IBBHIIQ", len(body), kind, 0, method, call_id, 0, object_id) + body
 

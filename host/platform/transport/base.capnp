@@ -36,3 +36,26 @@ struct DebugInfoResults {
   ptr @1 :UInt64;
   arch @2 :Int32;
 }
+
+# A handle: its descriptors travel beside the message, `fdCount` of them from the frame's
+# descriptor `firstFd` on; its ints are here. A null handle is an absent field.
+struct NativeHandle {
+  firstFd @0 :UInt32;
+  fdCount @1 :UInt32;
+  ints @2 :List(Int32);
+}
+
+struct Grantor {
+  flags @0 :UInt32;
+  fdIndex @1 :UInt32;
+  offset @2 :UInt32;
+  extent @3 :UInt64;
+}
+
+# A fast message queue's descriptor (fmq_sync).
+struct QueueDescriptor {
+  grantors @0 :List(Grantor);
+  handle @1 :NativeHandle;
+  quantum @2 :UInt32;
+  flags @3 :UInt32;
+}

@@ -11,7 +11,9 @@ For a package (its .hal files) this writes:
 
 It is the host's counterpart of hidl-gen's binder backend (BpHw/BnHw and the parcel code).
 Enumerations cross as their underlying integers; interface objects as ids in the session's object
-tables; handles and fast-message-queue descriptors do not cross (the host passes none).
+tables; handles cross with their descriptors beside the message (SCM_RIGHTS) and their ints in it,
+fast-message-queue descriptors as their grantors and handle (base.capnp's NativeHandle and
+QueueDescriptor).
 
 usage: hal_to_capnp.py PACKAGE HAL_DIR IMPORT_DIR... -o OUT_DIR --stem STEM
 """
@@ -286,7 +288,11 @@ class SchemaWriter:
             return 'List(%s)' % self.wire_type(r[1])
         if r[0] == 'string':
             return 'Text'
-        return 'Void'                   # handle, fmq_sync: not carried
+        if r[0] == 'handle':
+            return 'Base.NativeHandle'
+        if r[0] == 'fmq_sync':
+            return 'Base.QueueDescriptor'
+        sys.exit('no wire form for %r' % (r,))
 
     def compound(self, decl):
         for nested in decl.nested.values():
@@ -325,7 +331,8 @@ class SchemaWriter:
         file_id = int(digest[:16], 16) | (1 << 63)
         self.out += ['@0x%x;' % file_id, '',
                      'using Cxx = import "/capnp/c++.capnp";',
-                     '$Cxx.namespace("wire::%s");' % stem, '']
+                     '$Cxx.namespace("wire::%s");' % stem,
+                     'using Base = import "/base.capnp";', '']
         for decl in self.pkg.decls.values():
             if decl.kind in ('struct', 'union'):
                 self.compound(decl)
@@ -395,8 +402,9 @@ class CppWriter(MethodShapes):
             return 'static_cast<%s>(%s)' % (self.pkg.cpp_type(r), expr)
         return expr
 
-    def write_value(self, r, expr, setter, initer, lines, ind):
-        """Writes native value `expr` into a builder field via setX/initX."""
+    def write_value(self, r, expr, setter, initer, lines, ind, fds='fds'):
+        """Writes native value `expr` into a builder field via setX/initX; `fds` is the
+        OutgoingFds* a handle's descriptors go to."""
         if is_primitive_like(r):
             lines.append('%s%s(%s);' % (ind, setter, self.scalar_to(r, expr)))
         elif r[0] == 'string':
@@ -404,7 +412,13 @@ class CppWriter(MethodShapes):
         elif self.is_monostate(r):
             lines.append('%s%s();' % (ind, setter))
         elif r[0] == 'decl':
-            lines.append('%stoWire(%s, %s());' % (ind, expr, initer))
+            lines.append('%stoWire(%s, %s(), %s);' % (ind, expr, initer, fds))
+        elif r[0] == 'handle':
+            lines.append('%sif (%s.getNativeHandle() != nullptr) {' % (ind, expr))
+            lines.append('%s    ::android::hardware::details::writeHandle(%s, %s(), %s);' % (ind, expr, initer, fds))
+            lines.append('%s}' % ind)
+        elif r[0] == 'fmq_sync':
+            lines.append('%s::android::hardware::details::writeQueue(%s, %s(), %s);' % (ind, expr, initer, fds))
         elif r[0] in ('vec', 'array'):
             lines.append('%s{' % ind)
             lines.append('%s    auto list = %s(static_cast<unsigned>(%s.size()));' % (ind, initer, expr))
@@ -414,14 +428,16 @@ class CppWriter(MethodShapes):
                 lines.append('%s        list.set(i, %s);' % (ind, self.scalar_to(e, expr + '[i]')))
             elif e[0] == 'string':
                 lines.append('%s        list.set(i, ::capnp::Text::Reader(%s[i].c_str(), %s[i].size()));' % (ind, expr, expr))
+            elif e[0] == 'decl':
+                lines.append('%s        toWire(%s[i], list[i], %s);' % (ind, expr, fds))
             else:
-                lines.append('%s        toWire(%s[i], list[i]);' % (ind, expr))
+                sys.exit('no wire form for lists of %r' % (e,))
             lines.append('%s    }' % ind)
             lines.append('%s}' % ind)
-        # handle, fmq_sync: nothing crosses
 
-    def read_value(self, r, reader, target, lines, ind):
-        """Reads reader expression into the native lvalue `target`."""
+    def read_value(self, r, reader, target, lines, ind, fds='fds'):
+        """Reads reader expression into the native lvalue `target`; `fds` is the IncomingFds*
+        a handle takes its descriptors from."""
         if is_primitive_like(r):
             lines.append('%s%s = %s;' % (ind, target, self.scalar_from(r, reader)))
         elif r[0] == 'string':
@@ -429,7 +445,14 @@ class CppWriter(MethodShapes):
         elif self.is_monostate(r):
             pass
         elif r[0] == 'decl':
-            lines.append('%sfromWire(%s, %s);' % (ind, reader, target))
+            lines.append('%sfromWire(%s, %s, %s);' % (ind, reader, target, fds))
+        elif r[0] == 'handle':
+            has = re.sub(r'\.get(\w+)\(\)$', r'.has\1()', reader)
+            if has == reader:
+                sys.exit('a handle must be a field or an argument, not %s' % reader)
+            lines.append('%sif (%s) ::android::hardware::details::readHandle(%s, %s, %s);' % (ind, has, reader, target, fds))
+        elif r[0] == 'fmq_sync':
+            lines.append('%s::android::hardware::details::readQueue(%s, %s, %s);' % (ind, reader, target, fds))
         elif r[0] in ('vec', 'array'):
             lines.append('%s{' % ind)
             lines.append('%s    auto list = %s;' % (ind, reader))
@@ -444,8 +467,10 @@ class CppWriter(MethodShapes):
                 lines.append('%s        %s[i] = %s;' % (ind, target, self.scalar_from(e, 'list[i]')))
             elif e[0] == 'string':
                 lines.append('%s        %s[i] = ::android::hardware::hidl_string(list[i].cStr(), list[i].size());' % (ind, target))
+            elif e[0] == 'decl':
+                lines.append('%s        fromWire(list[i], %s[i], %s);' % (ind, target, fds))
             else:
-                lines.append('%s        fromWire(list[i], %s[i]);' % (ind, target))
+                sys.exit('no wire form for lists of %r' % (e,))
             lines.append('%s    }' % ind)
             lines.append('%s}' % ind)
 
@@ -463,8 +488,12 @@ class CppWriter(MethodShapes):
         header, source = [], []
         for d in decls:
             native = self.pkg.ns + '::' + '::'.join(d.path())
-            header.append('void toWire(const %s& in, %s::Builder out);' % (native, self.wtype(d)))
-            header.append('void fromWire(%s::Reader in, %s& out);' % (self.wtype(d), native))
+            # The descriptors of the handles within: where they go, where they come from (none
+            # outside a call: handles then cross without their descriptors).
+            header.append('void toWire(const %s& in, %s::Builder out,' % (native, self.wtype(d)))
+            header.append('            ::android::hardware::details::OutgoingFds* fds = nullptr);')
+            header.append('void fromWire(%s::Reader in, %s& out,' % (self.wtype(d), native))
+            header.append('              ::android::hardware::details::IncomingFds* fds = nullptr);')
             to, fr = [], []
             if d.kind == 'struct':
                 for name, ref in d.fields:
@@ -489,12 +518,16 @@ class CppWriter(MethodShapes):
                     fr.append('        }')
                 to.append('    }')
                 fr.append('    }')
-            source.append('void toWire(const %s& in, %s::Builder out) {' % (native, self.wtype(d)))
+            source.append('void toWire(const %s& in, %s::Builder out,' % (native, self.wtype(d)))
+            source.append('            ::android::hardware::details::OutgoingFds* fds) {')
+            source.append('    (void)fds;')
             if not d.fields:
                 source.append('    (void)in;\n    (void)out;')
             source += to
             source.append('}\n')
-            source.append('void fromWire(%s::Reader in, %s& out) {' % (self.wtype(d), native))
+            source.append('void fromWire(%s::Reader in, %s& out,' % (self.wtype(d), native))
+            source.append('              ::android::hardware::details::IncomingFds* fds) {')
+            source.append('    (void)fds;')
             if not d.fields:
                 source.append('    (void)in;\n    (void)out;')
             source += fr
@@ -516,11 +549,9 @@ class CppWriter(MethodShapes):
                          % (ind, builder, capitalised(name), call, expr, iface.name))
             return
         r = self.pkg.resolve(ref, None)
-        if r[0] in ('handle', 'fmq_sync'):
-            lines.append('%s(void)%s;  // handles do not cross' % (ind, expr))
-            return
         self.write_value(r, expr, '%s.set%s' % (builder, capitalised(name)),
-                         '%s.init%s' % (builder, capitalised(name)), lines, ind)
+                         '%s.init%s' % (builder, capitalised(name)), lines, ind,
+                         '%s.%s()' % (call, 'replyFds' if builder == 'results' else 'fds'))
 
     def read_arg(self, name, ref, reader, target, source, lines, ind):
         iface = self.iface_of(ref)
@@ -530,7 +561,8 @@ class CppWriter(MethodShapes):
                             capitalised(name), iface.name))
             return
         r = self.pkg.resolve(ref, None)
-        self.read_value(r, '%s.get%s()' % (reader, capitalised(name)), target, lines, ind)
+        self.read_value(r, '%s.get%s()' % (reader, capitalised(name)), target, lines, ind,
+                        '%s.fds()' % source)
 
     def method_struct(self, decl, name, suffix):
         return '%s::%s%s%s' % (self.wns, decl.name, capitalised(name), suffix)
@@ -599,6 +631,9 @@ class CppWriter(MethodShapes):
                 c.append('%s    auto params = _hidl_call.params<%s>();' % (ind, self.method_struct(decl, name, 'Params')))
                 for pn, pr in params:
                     self.read_arg(pn, pr, 'params', pn, '_hidl_call', c, ind + '    ')
+                c.append('%s}' % ind)
+                c.append('%sif (_hidl_call.malformed()) {' % ind)
+                c.append('%s    return ::android::hardware::Status::fromStatusT(::android::BAD_VALUE);' % ind)
                 c.append('%s}' % ind)
             argnames = ', '.join(pn for pn, _ in params)
             rstruct = self.method_struct(decl, name, 'Results')

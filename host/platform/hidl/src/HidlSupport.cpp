@@ -1,5 +1,8 @@
+#include <fcntl.h>
 #include <hidl/HidlSupport.h>
+#include <hidl/MQDescriptor.h>
 #include <log/log.h>
+#include <unistd.h>
 
 namespace android {
 namespace hardware {
@@ -7,6 +10,24 @@ namespace hardware {
 namespace details {
 void logAlwaysFatal(const char* message) {
     __android_log_assert(nullptr, "HidlSupport", "%s", message);
+}
+
+native_handle_t* cloneNativeHandle(const native_handle_t* handle) {
+    if (handle == nullptr) return nullptr;
+    native_handle_t* clone = native_handle_create(handle->numFds, handle->numInts);
+    if (clone == nullptr) return nullptr;
+    for (int i = 0; i < handle->numFds; ++i) {
+        clone->data[i] = fcntl(handle->data[i], F_DUPFD_CLOEXEC, 0);
+        if (clone->data[i] < 0) {
+            clone->numFds = i;  // closes the duplicates made so far, and no more
+            native_handle_close(clone);
+            native_handle_delete(clone);
+            return nullptr;
+        }
+    }
+    memcpy(&clone->data[handle->numFds], &handle->data[handle->numFds],
+           sizeof(int) * size_t(handle->numInts));
+    return clone;
 }
 }  // namespace details
 

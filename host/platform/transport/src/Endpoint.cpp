@@ -39,6 +39,7 @@ Endpoint::Endpoint(int fd, std::shared_ptr<Session> session)
       mOpened(SteadyClock::now()),
       mGeneration(processGeneration()),
       mIn(kKeptBufferWords),
+      mReceived(mSession->fdBudget()),
       mJoined(true) {}
 
 Endpoint::Endpoint(int fd, std::shared_ptr<Listener> listener, pid_t peer)
@@ -52,6 +53,7 @@ Endpoint::Endpoint(int fd, std::shared_ptr<Listener> listener, pid_t peer)
 
 Endpoint::~Endpoint() {
     if (mFd >= 0 && processGeneration() == mGeneration) closeTrackedFd(mFd);
+    for (int fd : mOutFds) close(fd);
     giveBackPeerSlot();
     if (mIn.size() > kKeptBufferWords) noteLargeBufferFreed();
 }
@@ -105,8 +107,14 @@ Endpoint::Step Endpoint::readAndServe() {
             if (mSession == nullptr && !headerMayComeBeforeHello(header)) return Step::kViolation;
             const size_t total = sizeof(FrameHeader) + header.bodyBytes;
             if (mHave - offset < total) break;
+            IncomingFds fds;
+            if (!mReceived.take(header.fdCount, fds)) {
+                ALOGW("closed a connection whose frame claims descriptors that did not come");
+                return Step::kViolation;
+            }
             step = serveFrame(
-                    header, asWords(mIn.data() + (offset + sizeof(FrameHeader)) / sizeof(uint64_t)));
+                    header, asWords(mIn.data() + (offset + sizeof(FrameHeader)) / sizeof(uint64_t)),
+                    std::move(fds));
             offset += total;
             if (step == Step::kGoOn && --budget == 0) step = Step::kMore;
         }
@@ -119,17 +127,26 @@ Endpoint::Step Endpoint::readAndServe() {
             setStall(false);  // a whole frame arrived
         }
         if (step != Step::kGoOn) return step;
+        // Descriptors come with the first bytes of their frame: with no frame begun, any that
+        // wait were sent with a frame that did not claim them.
+        if (mHave == 0 && mReceived.waiting() > 0) {
+            ALOGW("closed a connection that sent descriptors no frame claims");
+            return Step::kViolation;
+        }
         makeRoom();
         bytes = reinterpret_cast<char*>(mIn.data());
-        const ssize_t n = recv(mFd, bytes + mHave, bufferBytes(mIn) - mHave, MSG_DONTWAIT);
-        if (n == 0) return Step::kClose;
-        if (n < 0) {
+        size_t n = 0;
+        const auto result =
+                mReceived.receive(mFd, bytes + mHave, bufferBytes(mIn) - mHave, MSG_DONTWAIT, &n);
+        if (result == ReceivedFds::Result::kViolation) return Step::kViolation;
+        if (result == ReceivedFds::Result::kEnd) return Step::kClose;
+        if (result == ReceivedFds::Result::kError) {
             if (errno == EINTR) continue;
             if (errno != EAGAIN && errno != EWOULDBLOCK) return Step::kClose;
             if (mHave > 0) setStall(true);  // part of a frame: the rest must follow in time
             return Step::kGoOn;
         }
-        mHave += size_t(n);
+        mHave += n;
     }
 }
 
@@ -151,13 +168,14 @@ void Endpoint::makeRoom() {
     }
 }
 
-Endpoint::Step Endpoint::serveFrame(const FrameHeader& header, const capnp::word* body) {
+Endpoint::Step Endpoint::serveFrame(const FrameHeader& header, const capnp::word* body,
+                                    IncomingFds fds) {
     if (mSession == nullptr) return hello(header);
     switch (header.kind) {
         case FrameKind::kCall:
-            return call(header, body);
+            return call(header, body, std::move(fds));
         case FrameKind::kOneway:
-            return oneway(header, body);
+            return oneway(header, body, std::move(fds));
         case FrameKind::kRelease:
             if (header.bodyBytes != 0) return Step::kViolation;
             return mSession->releaseExport(header.object, header.callId) ? Step::kGoOn
@@ -183,6 +201,7 @@ Endpoint::Step Endpoint::hello(const FrameHeader& header) {
     frame.build(headerOnly(FrameKind::kWelcome, 0, session->token()), nullptr);
     if (header.method == kRoleCalls) {
         if (!session->addEndpoint(mFd)) return Step::kViolation;
+        mReceived.setBudget(session->fdBudget());
         mSession = std::move(session);
         mListener.reset();
         {
@@ -212,7 +231,7 @@ Endpoint::Step Endpoint::hello(const FrameHeader& header) {
     return Step::kHandedOver;
 }
 
-Endpoint::Step Endpoint::call(const FrameHeader& header, const capnp::word* body) {
+Endpoint::Step Endpoint::call(const FrameHeader& header, const capnp::word* body, IncomingFds fds) {
     FrameHeader replyHeader{};
     replyHeader.callId = header.callId;
     OutgoingFrame frame;
@@ -228,17 +247,19 @@ Endpoint::Step Endpoint::call(const FrameHeader& header, const capnp::word* body
         KJ_IF_MAYBE (r, reader) {
             params = r;
         }
-        IncomingCall in(*mSession, header.method, params);
+        IncomingCall in(*mSession, header.method, params, std::move(fds));
         Status status = serveIncoming(*mSession, header.object, in);
-        if (in.failed()) {
+        if (in.failed() || in.malformed()) {
             step = Step::kViolation;
             return;
         }
         capnp::word scratch[32] = {};
         capnp::MallocMessageBuilder failure(kj::arrayPtr(scratch, 32));
         replyHeader.kind = FrameKind::kReply;
-        if (status.isOk() && !frame.build(replyHeader, &in.reply())) {
-            status = Status::fromStatusT(FAILED_TRANSACTION);  // results larger than a frame
+        if (status.isOk() && (in.replyFds()->failed() || !frame.build(replyHeader, &in.reply()) ||
+                              !frame.attachFds(in.replyFds()->fds()))) {
+            // Results larger than a frame, or handles whose descriptors cannot go with it.
+            status = Status::fromStatusT(FAILED_TRANSACTION);
         }
         if (!status.isOk()) {
             replyHeader.kind = FrameKind::kFailed;
@@ -250,7 +271,8 @@ Endpoint::Step Endpoint::call(const FrameHeader& header, const capnp::word* body
     return malformed != nullptr ? Step::kViolation : step;
 }
 
-Endpoint::Step Endpoint::oneway(const FrameHeader& header, const capnp::word* body) {
+Endpoint::Step Endpoint::oneway(const FrameHeader& header, const capnp::word* body,
+                                IncomingFds fds) {
     const auto* first = reinterpret_cast<const uint64_t*>(body);
     if (!bodyIsOneMessage(first, header.bodyBytes / sizeof(uint64_t))) return Step::kViolation;
     Session::Export target;
@@ -264,7 +286,9 @@ Endpoint::Step Endpoint::oneway(const FrameHeader& header, const capnp::word* bo
     std::shared_ptr<Session> session = mSession;
     const uint16_t method = header.method;
     const uint64_t object = header.object;
-    target.oneway->post([self, session, method, object, params = std::move(params)]() {
+    // Held (and counted against the session's descriptors) until the call has run.
+    auto callFds = std::make_shared<IncomingFds>(std::move(fds));
+    target.oneway->post([self, session, method, object, params = std::move(params), callFds]() {
         kj::Maybe<kj::Exception> malformed = kj::runCatchingExceptions([&]() {
             kj::Maybe<capnp::FlatArrayMessageReader> reader;
             if (!params.empty()) {
@@ -275,8 +299,9 @@ Endpoint::Step Endpoint::oneway(const FrameHeader& header, const capnp::word* bo
             KJ_IF_MAYBE (r, reader) {
                 in = r;
             }
-            IncomingCall call(*session, method, in);
+            IncomingCall call(*session, method, in, std::move(*callFds));
             serveIncoming(*session, object, call);
+            if (call.malformed()) session->kill("a oneway call's descriptors did not match it");
         });
         if (malformed != nullptr) session->kill("a malformed oneway call");
         self->onewayDone();
@@ -301,6 +326,15 @@ Endpoint::Step Endpoint::reply(OutgoingFrame& frame) {
     const ssize_t n = sendSome(mFd, frame);
     if (n < 0) return Step::kClose;
     if (size_t(n) == frame.bytes()) return Step::kGoOn;
+    // Nothing went: the descriptors go with the first bytes flushed (the frame's are the call's,
+    // gone by then).
+    if (const std::vector<int>* fds = frame.pendingFds()) {
+        for (int fd : *fds) {
+            const int kept = fcntl(fd, F_DUPFD_CLOEXEC, 0);
+            if (kept < 0) return Step::kClose;
+            mOutFds.push_back(kept);
+        }
+    }
     // The peer is not reading: keep the rest, serve nothing more until it has been taken.
     size_t skip = size_t(n);
     mOut.clear();
@@ -320,11 +354,13 @@ Endpoint::Step Endpoint::reply(OutgoingFrame& frame) {
 
 bool Endpoint::flush() {
     while (mOutSent < mOut.size()) {
-        const ssize_t n = send(mFd, mOut.data() + mOutSent, mOut.size() - mOutSent,
-                               MSG_NOSIGNAL | MSG_DONTWAIT);
+        iovec rest{mOut.data() + mOutSent, mOut.size() - mOutSent};
+        const ssize_t n = sendWithFds(mFd, &rest, 1, &mOutFds, MSG_NOSIGNAL | MSG_DONTWAIT);
         if (n < 0 && errno == EINTR) continue;
         if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return true;
         if (n <= 0) return false;
+        for (int fd : mOutFds) close(fd);
+        mOutFds.clear();
         mOutSent += size_t(n);
         restartStall();  // progress: the time-out starts again
     }
@@ -357,6 +393,7 @@ void Endpoint::close(bool violation) {
     const bool last = mSession != nullptr && mSession->removeEndpoint(fd);
     IoLoop::get().remove(this, fd);
     closeTrackedFd(fd);
+    mReceived.closeAll();
     giveBackPeerSlot();
     if (violation) ALOGW("closed a connection that broke the protocol");
     if (mSession != nullptr && (violation || last)) {

@@ -12,6 +12,7 @@
 
 #include "Frame.h"
 #include "IoLoop.h"
+#include "ReceivedFds.h"
 
 namespace android {
 namespace hardware {
@@ -43,10 +44,10 @@ class Endpoint : public Watched, public std::enable_shared_from_this<Endpoint> {
         kViolation,      // the peer broke the protocol
     };
     Step readAndServe();
-    Step serveFrame(const FrameHeader& header, const capnp::word* body);
+    Step serveFrame(const FrameHeader& header, const capnp::word* body, IncomingFds fds);
     Step hello(const FrameHeader& header);
-    Step call(const FrameHeader& header, const capnp::word* body);
-    Step oneway(const FrameHeader& header, const capnp::word* body);
+    Step call(const FrameHeader& header, const capnp::word* body, IncomingFds fds);
+    Step oneway(const FrameHeader& header, const capnp::word* body, IncomingFds fds);
     Step reply(OutgoingFrame& frame);
     bool flush();
     void onewayDone();
@@ -68,6 +69,8 @@ class Endpoint : public Watched, public std::enable_shared_from_this<Endpoint> {
     size_t mHave = 0;
     std::vector<char> mOut;
     size_t mOutSent = 0;
+    std::vector<int> mOutFds;  // a reply's descriptors, until its first bytes are sent
+    ReceivedFds mReceived;     // descriptors that came and wait for their frame
 
     Mutex mLock;
     bool mStalled GUARDED_BY(mLock) = false;

@@ -12,6 +12,9 @@ namespace details {
 
 bool OutgoingFrame::build(const FrameHeader& header, capnp::MessageBuilder* message) {
     mHeader = header;
+    mHeader.fdCount = 0;
+    mFds = nullptr;
+    mFdsSent = false;
     mIov[0] = {&mHeader, sizeof(mHeader)};
     mIovCount = 1;
     size_t body = 0;
@@ -56,16 +59,45 @@ void advance(iovec*& iov, int& count, size_t n) {
 }
 }  // namespace
 
+bool OutgoingFrame::attachFds(const std::vector<int>& fds) {
+    if (fds.size() > limits::kMaxFdsPerMessage) return false;
+    mFds = fds.empty() ? nullptr : &fds;
+    mFdsSent = false;
+    mHeader.fdCount = uint8_t(fds.size());
+    return true;
+}
+
+ssize_t sendWithFds(int fd, iovec* iov, int iovCount, const std::vector<int>* fds, int flags) {
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int) * limits::kMaxFdsPerMessage)];
+    msghdr msg{};
+    msg.msg_iov = iov;
+    msg.msg_iovlen = size_t(iovCount);
+    if (fds != nullptr && !fds->empty()) {
+        if (fds->size() > limits::kMaxFdsPerMessage) {
+            errno = EINVAL;
+            return -1;
+        }
+        const size_t bytes = sizeof(int) * fds->size();
+        memset(control, 0, sizeof(control));
+        msg.msg_control = control;
+        msg.msg_controllen = CMSG_SPACE(bytes);
+        cmsghdr* cmsg = CMSG_FIRSTHDR(&msg);
+        cmsg->cmsg_level = SOL_SOCKET;
+        cmsg->cmsg_type = SCM_RIGHTS;
+        cmsg->cmsg_len = CMSG_LEN(bytes);
+        memcpy(CMSG_DATA(cmsg), fds->data(), bytes);
+    }
+    return sendmsg(fd, &msg, flags);
+}
+
 bool sendFrame(int fd, OutgoingFrame& frame) {
     iovec* iov = frame.iov();
     int count = frame.iovCount();
     while (count > 0) {
-        msghdr msg{};
-        msg.msg_iov = iov;
-        msg.msg_iovlen = size_t(count);
-        ssize_t n = sendmsg(fd, &msg, MSG_NOSIGNAL);
+        ssize_t n = sendWithFds(fd, iov, count, frame.pendingFds(), MSG_NOSIGNAL);
         if (n < 0 && errno == EINTR) continue;
         if (n <= 0) return false;
+        frame.fdsSent();
         advance(iov, count, size_t(n));
     }
     return true;
@@ -87,11 +119,10 @@ bool sendFrame(int fd, const FrameHeader& header) {
 }
 
 ssize_t sendSome(int fd, OutgoingFrame& frame) {
-    msghdr msg{};
-    msg.msg_iov = frame.iov();
-    msg.msg_iovlen = size_t(frame.iovCount());
     for (;;) {
-        ssize_t n = sendmsg(fd, &msg, MSG_NOSIGNAL | MSG_DONTWAIT);
+        ssize_t n = sendWithFds(fd, frame.iov(), frame.iovCount(), frame.pendingFds(),
+                                MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (n > 0) frame.fdsSent();
         if (n >= 0) return n;
         if (errno == EINTR) continue;
         if (errno == EAGAIN || errno == EWOULDBLOCK) return 0;
@@ -107,8 +138,11 @@ capnp::ReaderOptions readerOptionsFor(size_t bodyWords) {
 }
 
 bool headerIsSane(const FrameHeader& header) {
+    const bool mayCarryFds = header.kind == FrameKind::kCall || header.kind == FrameKind::kOneway ||
+                             header.kind == FrameKind::kReply;
     return header.bodyBytes <= limits::kMaxFrameBytes - sizeof(FrameHeader) &&
-           header.bodyBytes % sizeof(capnp::word) == 0;
+           header.bodyBytes % sizeof(capnp::word) == 0 &&
+           header.fdCount <= (mayCarryFds ? limits::kMaxFdsPerMessage : 0);
 }
 
 bool headerMayComeBeforeHello(const FrameHeader& header) {

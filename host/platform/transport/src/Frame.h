@@ -32,7 +32,7 @@ enum SocketRole : uint16_t {
 struct FrameHeader {
     uint32_t bodyBytes;
     FrameKind kind;
-    uint8_t reserved;
+    uint8_t fdCount;  // descriptors sent with the frame (calls and replies only)
     uint16_t method;
     uint32_t callId;
     uint32_t padding;
@@ -56,11 +56,18 @@ class OutgoingFrame {
   public:
     // False when the message is larger than a frame may be.
     bool build(const FrameHeader& header, capnp::MessageBuilder* message);
+    // Descriptors that go with the frame's first bytes (the caller keeps them open until sent);
+    // false when there are more than a frame may carry.
+    bool attachFds(const std::vector<int>& fds);
     iovec* iov() { return mIov; }
     int iovCount() const { return mIovCount; }
     size_t bytes() const { return mBytes; }
+    const std::vector<int>* pendingFds() const { return mFdsSent ? nullptr : mFds; }
+    void fdsSent() { mFdsSent = true; }
 
   private:
+    const std::vector<int>* mFds = nullptr;
+    bool mFdsSent = false;
     FrameHeader mHeader;
     uint32_t mTable[kMaxSegments + 2];
     iovec mIov[kMaxSegments + 2];
@@ -76,13 +83,17 @@ FrameHeader headerOnly(FrameKind kind, uint16_t method, uint64_t object, uint32_
 bool sendFrame(int fd, OutgoingFrame& frame);
 bool sendFrame(int fd, const FrameHeader& header);
 // Writes what a non-blocking socket takes now; the number of bytes written, or -1 if it failed.
+// The frame's descriptors go with its first byte written.
 ssize_t sendSome(int fd, OutgoingFrame& frame);
+// One sendmsg of `iov` with `fds` (if any, at most kMaxFdsPerMessage) as SCM_RIGHTS.
+ssize_t sendWithFds(int fd, iovec* iov, int iovCount, const std::vector<int>* fds, int flags);
 
 // How far a reader of a body of this size may go: each word read a few times over at most, so a
 // list of empty elements that claims more than the frame holds is refused.
 capnp::ReaderOptions readerOptionsFor(size_t bodyWords);
 
-// A header is acceptable when its body fits a frame and is whole words.
+// A header is acceptable when its body fits a frame and is whole words, and only a call or a
+// reply carries descriptors, no more than a frame may.
 bool headerIsSane(const FrameHeader& header);
 // Before a socket has said hello, a hello is all it may send: a header alone.
 bool headerMayComeBeforeHello(const FrameHeader& header);

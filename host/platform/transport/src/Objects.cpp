@@ -53,7 +53,7 @@ uint64_t OutgoingCall::exportObject(const sp<::android::hidl::base::V1_0::IBase>
 
 Status OutgoingCall::transact(FunctionRef<void(IncomingReply&)> onReply) {
     if (mFailed) return Status::fromStatusT(NO_MEMORY);  // the peer holds too many objects
-    return mSession->transact(mObject, mMethod, &mMessage, &onReply);
+    return mSession->transact(mObject, mMethod, &mMessage, mFds, &onReply);
 }
 
 Status OutgoingCall::transact() {
@@ -62,7 +62,7 @@ Status OutgoingCall::transact() {
 
 Status OutgoingCall::sendOneway() {
     if (mFailed) return Status::fromStatusT(NO_MEMORY);
-    return mSession->transact(mObject, mMethod, &mMessage, nullptr);
+    return mSession->transact(mObject, mMethod, &mMessage, mFds, nullptr);
 }
 
 uint64_t IncomingCall::exportObject(const sp<::android::hidl::base::V1_0::IBase>& object,
@@ -87,7 +87,8 @@ RemoteObject::~RemoteObject() {
 }
 
 Status RemoteObject::callBaseMethod(uint16_t method, FunctionRef<void(IncomingReply&)> onReply) {
-    return mSession->transact(mId, method, nullptr, &onReply);
+    const OutgoingFds none;
+    return mSession->transact(mId, method, nullptr, none, &onReply);
 }
 
 bool RemoteObject::linkSessionToDeath(const sp<hidl_death_recipient>& recipient, uint64_t cookie,

@@ -21,17 +21,21 @@ namespace {
 // A receive buffer that grew for a large reply goes back to this size.
 constexpr size_t kKeptBufferWords = 512;
 
-// Reads the reply on a socket that carries nothing else: the frame the calling thread waits for.
-bool receiveReply(Channel& channel, FrameHeader& header, const capnp::word*& body) {
+// Reads the reply on a socket that carries nothing else: the frame the calling thread waits for,
+// and the descriptors that came with it (exactly as many as it claims).
+bool receiveReply(Channel& channel, ReceivedFds& received, FrameHeader& header,
+                  const capnp::word*& body, IncomingFds& fds) {
     if (channel.in.size() < kKeptBufferWords) channel.in.resize(kKeptBufferWords);
     size_t have = 0;
     size_t total = 0;
     for (;;) {
         char* buffer = reinterpret_cast<char*>(channel.in.data());
-        ssize_t n = recv(channel.fd, buffer + have, channel.in.size() * sizeof(uint64_t) - have, 0);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        have += size_t(n);
+        size_t n = 0;
+        const auto result = received.receive(channel.fd, buffer + have,
+                                             channel.in.size() * sizeof(uint64_t) - have, 0, &n);
+        if (result == ReceivedFds::Result::kError && errno == EINTR) continue;
+        if (result != ReceivedFds::Result::kBytes) return false;
+        have += n;
         if (total == 0 && have >= sizeof(FrameHeader)) {
             memcpy(&header, buffer, sizeof(header));
             if (!headerIsSane(header)) return false;
@@ -43,7 +47,8 @@ bool receiveReply(Channel& channel, FrameHeader& header, const capnp::word*& bod
         if (total != 0 && have >= total) break;
     }
     body = asWords(channel.in.data() + sizeof(FrameHeader) / sizeof(uint64_t));
-    return have == total;  // anything more is no reply of ours
+    if (!received.take(header.fdCount, fds)) return false;
+    return have == total && received.waiting() == 0;  // anything more is no reply of ours
 }
 
 Status statusOf(::wire::base::CallError::Reader error) {
@@ -160,7 +165,7 @@ void Session::setPools(std::shared_ptr<ChannelPool> calls, std::shared_ptr<Chann
 }
 
 Status Session::transact(uint64_t object, uint16_t method, capnp::MessageBuilder* request,
-                         FunctionRef<void(IncomingReply&)>* onReply) {
+                         const OutgoingFds& fds, FunctionRef<void(IncomingReply&)>* onReply) {
     ChannelPool* pool = onReply != nullptr ? mCalls.get() : mOneway.get();
     if (!belongsToThisProcess() || pool == nullptr) return Status::fromStatusT(DEAD_OBJECT);
     std::unique_ptr<Channel> channel = pool->acquire();
@@ -171,7 +176,7 @@ Status Session::transact(uint64_t object, uint16_t method, capnp::MessageBuilder
     header.object = object;
     header.callId = channel->nextCallId++;
     OutgoingFrame frame;
-    if (!frame.build(header, request)) {
+    if (fds.failed() || !frame.build(header, request) || !frame.attachFds(fds.fds())) {
         pool->release(std::move(channel), false);
         return Status::fromStatusT(FAILED_TRANSACTION);
     }
@@ -186,7 +191,9 @@ Status Session::transact(uint64_t object, uint16_t method, capnp::MessageBuilder
     }
     FrameHeader reply{};
     const capnp::word* body = nullptr;
-    if (!receiveReply(*channel, reply, body) || reply.callId != header.callId ||
+    ReceivedFds received(mFdBudget);
+    IncomingFds replyFds;
+    if (!receiveReply(*channel, received, reply, body, replyFds) || reply.callId != header.callId ||
         (reply.kind != FrameKind::kReply && reply.kind != FrameKind::kFailed)) {
         pool->release(std::move(channel), true);
         kill("no reply");
@@ -201,7 +208,7 @@ Status Session::transact(uint64_t object, uint16_t method, capnp::MessageBuilder
     }
     kj::Maybe<kj::Exception> malformed = kj::runCatchingExceptions([&]() {
         if (words == 0) {
-            IncomingReply empty(*this, nullptr);
+            IncomingReply empty(*this, nullptr, replyFds);
             if (reply.kind == FrameKind::kFailed) {
                 status = Status::fromStatusT(UNKNOWN_ERROR);
             } else {
@@ -213,11 +220,11 @@ Status Session::transact(uint64_t object, uint16_t method, capnp::MessageBuilder
         if (reply.kind == FrameKind::kFailed) {
             status = statusOf(reader.getRoot<::wire::base::CallError>());
         } else {
-            IncomingReply in(*this, &reader);
+            IncomingReply in(*this, &reader, replyFds);
             (*onReply)(in);
         }
     });
-    const bool broken = malformed != nullptr;
+    const bool broken = malformed != nullptr || replyFds.malformed();
     pool->release(std::move(channel), broken);
     if (broken) {
         kill("a malformed reply");

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "Frame.h"
+#include "ReceivedFds.h"
 
 namespace android {
 namespace hardware {
@@ -80,7 +81,9 @@ class Session : public std::enable_shared_from_this<Session> {
     void setPools(std::shared_ptr<ChannelPool> calls, std::shared_ptr<ChannelPool> oneway);
 
     Status transact(uint64_t object, uint16_t method, capnp::MessageBuilder* request,
-                    FunctionRef<void(IncomingReply&)>* onReply);
+                    const OutgoingFds& fds, FunctionRef<void(IncomingReply&)>* onReply);
+    // What the peer's descriptors may make this process hold for the session.
+    const std::shared_ptr<FdBudget>& fdBudget() const { return mFdBudget; }
     void sendRelease(uint64_t id, uint32_t count);
 
     // Objects this process hands out: their id (0 when the peer holds too many), and back.
@@ -132,6 +135,7 @@ class Session : public std::enable_shared_from_this<Session> {
     const uint32_t mGeneration;
     std::shared_ptr<ChannelPool> mCalls;
     std::shared_ptr<ChannelPool> mOneway;
+    const std::shared_ptr<FdBudget> mFdBudget = std::make_shared<FdBudget>();
 
     mutable Mutex mLock;
     bool mAlive GUARDED_BY(mLock) = true;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <capnp/message.h>
+#include <hidl/transport/HandleCarriage.h>
 #include <hidl/transport/Transport.h>
 
 #include <atomic>
@@ -52,8 +53,10 @@ constexpr size_t kScratchWords = 256;
 // The reply of a two-way call, read in place in the receive buffer of its socket.
 class IncomingReply {
   public:
-    IncomingReply(Session& session, capnp::MessageReader* reader)
-        : mSession(session), mReader(reader) {}
+    IncomingReply(Session& session, capnp::MessageReader* reader, IncomingFds& fds)
+        : mSession(session), mReader(reader), mFds(fds) {}
+    // The descriptors that came with the reply, for the handles of its results.
+    IncomingFds* fds() { return &mFds; }
     template <typename T>
     typename T::Reader results() {
         return mReader == nullptr ? typename T::Reader() : mReader->getRoot<T>();
@@ -64,6 +67,7 @@ class IncomingReply {
   private:
     Session& mSession;
     capnp::MessageReader* mReader;
+    IncomingFds& mFds;
 };
 
 class OutgoingCall {
@@ -84,9 +88,12 @@ class OutgoingCall {
     Status transact();
     // Sends a oneway call: queued behind the earlier oneway calls of this process to the peer.
     Status sendOneway();
+    // The descriptors of the parameters' handles.
+    OutgoingFds* fds() { return &mFds; }
 
   private:
     const std::shared_ptr<Session>& mSession;
+    OutgoingFds mFds;
     const uint64_t mObject;
     const uint16_t mMethod;
     bool mFailed = false;
@@ -97,8 +104,9 @@ class OutgoingCall {
 // A call that arrived for a local object: its parameters read in place, its results built in place.
 class IncomingCall {
   public:
-    IncomingCall(Session& session, uint16_t method, capnp::MessageReader* params)
-        : mSession(session), mMethod(method), mParams(params) {}
+    IncomingCall(Session& session, uint16_t method, capnp::MessageReader* params,
+                 IncomingFds fds = IncomingFds())
+        : mSession(session), mMethod(method), mParams(params), mFds(std::move(fds)) {}
     IncomingCall(const IncomingCall&) = delete;
     IncomingCall& operator=(const IncomingCall&) = delete;
 
@@ -120,11 +128,20 @@ class IncomingCall {
     capnp::MessageBuilder& reply() { return mReply; }
     // An object of the results could not be handed out: the peer holds too many.
     bool failed() const { return mFailed; }
+    // The descriptors that came with the call, for the handles of its parameters (owned here:
+    // those no handle took are closed with the call).
+    IncomingFds* fds() { return &mFds; }
+    // The parameters' handles claimed descriptors the frame did not bring, or left some unclaimed.
+    bool malformed() const { return mFds.malformed(); }
+    // The descriptors of the results' handles.
+    OutgoingFds* replyFds() { return &mReplyFds; }
 
   private:
     Session& mSession;
     const uint16_t mMethod;
     capnp::MessageReader* const mParams;
+    IncomingFds mFds;
+    OutgoingFds mReplyFds;
     bool mFailed = false;
     capnp::word mScratch[kScratchWords] = {};
     capnp::MallocMessageBuilder mReply{kj::arrayPtr(mScratch, kScratchWords)};

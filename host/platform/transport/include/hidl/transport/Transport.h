@@ -40,6 +40,14 @@ constexpr size_t kMaxChannelsPerSession = 16;
 constexpr size_t kMaxObjectsPerSession = 1024;
 // Oneway calls of one connection waiting for their turn; reading pauses there until they run.
 constexpr size_t kMaxQueuedOneway = 1024;
+// Descriptors one frame may carry (its handles' together): a queue's descriptor has one or two,
+// a media event's memory one. The kernel's own bound is 253.
+constexpr size_t kMaxFdsPerMessage = 16;
+// Descriptors one session may make this process hold at once (waiting for their frame, queued
+// with oneway calls, or held by a call or reply being read): a few frames' worth.
+constexpr size_t kMaxFdsPerSession = 4 * kMaxFdsPerMessage;
+// Ints one handle may carry.
+constexpr size_t kMaxHandleInts = 256;
 // Accepting pauses this long after EMFILE/ENFILE/ENOMEM, doubling up to the second bound.
 constexpr int kAcceptBackoffMinMs = 10;
 constexpr int kAcceptBackoffMaxMs = 1000;
