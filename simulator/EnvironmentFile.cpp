@@ -81,6 +81,13 @@ class Reader {
   public:
     Reader(const std::string& name, const std::string& text) : mName(name), mLines(text) {}
 
+    // A path the file names, as seen from the file's own directory.
+    std::string besideFile(const std::string& path) const {
+        const size_t slash = mName.rfind('/');
+        if (path.empty() || path[0] == '/' || slash == std::string::npos) return path;
+        return mName.substr(0, slash + 1) + path;
+    }
+
     [[noreturn]] void fail(const std::string& path, const std::string& what) const {
         throw EnvironmentError(mName + ":" + std::to_string(mLines.lineOf(path)) + ": " +
                                (path.empty() ? "(top level)" : path) + ": " + what);
@@ -532,7 +539,7 @@ void readContent(const Reader& r, const json& v, const std::string& p, Transmitt
     if (v.contains("multiplex") && v.contains("ts"))
         r.fail(at("ts"), "a transmitter carries a multiplex or a ts file, not both");
     if (v.contains("ts")) {
-        tx.tsFile = readText(r, v.at("ts"), at("ts"), 4096);
+        tx.tsFile = r.besideFile(readText(r, v.at("ts"), at("ts"), 4096));
         try {
             air::readCaptureSummary(tx.tsFile);
         } catch (const air::CaptureError& e) {

@@ -32,6 +32,8 @@ class ElementaryStream {
     // Resumes at the frame under way at this slot, as a receiver joining late meets it.
     void skipTo(uint64_t slot);
     uint64_t frameTicks() const { return mFrameTicks; }
+    // Packets a second, PES headers and each frame's last, part-filled packet included.
+    double packetsPerSecond() const { return 90000.0 / double(mFrameTicks) * mPacketsPerFrame; }
     // The counter of the last packet with payload: an adaptation-only packet repeats it.
     uint8_t lastCc() const { return static_cast<uint8_t>((mCc + 15) & 0xF); }
     void setNextCc(uint8_t cc) { mCc = cc & 0xF; }

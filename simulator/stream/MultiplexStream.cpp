@@ -5,6 +5,7 @@
 #include <bitstream/mpeg/ts.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <tuple>
 
@@ -25,10 +26,8 @@ bool hasCrc(Table kind) {
 }
 
 // Bit rates of each component, in the order of the services and their components: given ones
-// as they are, the others sharing what the multiplex leaves; an overflow asks that much more than
-// the multiplex carries in all.
-std::vector<uint32_t> componentRates(const MultiplexContent& content, uint64_t bitRate,
-                                     uint32_t overflowPercent) {
+// as they are, the others sharing what the multiplex leaves.
+std::vector<uint32_t> componentRates(const MultiplexContent& content, uint64_t bitRate) {
     std::vector<uint32_t> rates;
     uint64_t fixed = 0;
     size_t shared = 0;
@@ -46,13 +45,25 @@ std::vector<uint32_t> componentRates(const MultiplexContent& content, uint64_t b
     for (uint32_t& rate : rates) {
         if (rate == 0) rate = static_cast<uint32_t>(std::max(64000.0, left / double(shared)));
     }
-    if (overflowPercent > 0) {
-        double total = 0;
-        for (uint32_t rate : rates) total += rate;
-        const double scale = bitRate * (1.0 + overflowPercent / 100.0) / std::max(1.0, total);
-        for (uint32_t& rate : rates) rate = static_cast<uint32_t>(rate * scale);
-    }
     return rates;
+}
+
+// An overflow is counted in packets: the streams, their PES headers and part-filled packets
+// included, ask for exactly that much more than the multiplex's packets. Each frame is whole
+// packets, so the rates move in steps; a few rounds bring the total within a thousandth.
+void fitOverflow(const MultiplexContent& content, double slotsPerSecond, uint32_t overflowPercent,
+                 std::vector<uint32_t>& rates) {
+    const double wanted = slotsPerSecond * (1.0 + overflowPercent / 100.0);
+    for (int round = 0; round < 8; ++round) {
+        double total = 0;
+        size_t r = 0;
+        for (const Service& s : content.services) {
+            for (const Component& c : s.components)
+                total += ElementaryStream(c, rates[r++], slotsPerSecond, nullptr).packetsPerSecond();
+        }
+        if (total <= 0 || std::abs(total - wanted) < wanted * 0.001) return;
+        for (uint32_t& rate : rates) rate = static_cast<uint32_t>(rate * wanted / total);
+    }
 }
 
 }  // namespace
@@ -127,8 +138,9 @@ void MultiplexStream::build() {
 
     // Components and their PCRs.
     const double slotsPerSecond = double(mBitRate) / 1504.0;
-    const std::vector<uint32_t> rates =
-            componentRates(content, mBitRate, mSetup.faults.overflowPercent);
+    std::vector<uint32_t> rates = componentRates(content, mBitRate);
+    if (mSetup.faults.overflowPercent > 0)
+        fitOverflow(content, slotsPerSecond, mSetup.faults.overflowPercent, rates);
     mStreams.clear();
     mPcrs.clear();
     size_t r = 0;

@@ -10,6 +10,7 @@
 
 #include "simulator/Environment.h"
 #include "simulator/SimulatedDriver.h"
+#include "simulator/stream/MultiplexStream.h"
 #include "streamcheck/StreamChecker.h"
 
 namespace {
@@ -168,6 +169,39 @@ TEST(AirStreamTest, FaultsDoExactlyTheDamageAsked) {
     EXPECT_GT(r.third.sdtActualError, 0u);
     EXPECT_EQ(r.first.continuityCountError, 0u);
     EXPECT_EQ(r.second.crcError, 0u);
+}
+
+// Content asking 10 % more than the multiplex carries: no room is left for null packets, the
+// tables and clocks keep their pace, and the elementary streams lose what does not fit.
+TEST(AirStreamTest, AnOverflowDropsWhatTheMultiplexCannotCarry) {
+    SimulatedDriver driver;
+    WorldChange c;
+    std::string error;
+    ASSERT_TRUE(parseWorldChange("stream 650MHz overflow 10%", c, error)) << error;
+    ASSERT_TRUE(driver.change(c, error)) << error;
+    auto source = driver.transmitterStream(3);
+    auto* mux = dynamic_cast<mox::air::MultiplexStream*>(source.get());
+    ASSERT_NE(mux, nullptr);
+    const double seconds = 10;
+    const StreamReport r = readAir(*mux, 10);
+
+    const double packets = double(r.totalPackets);
+    EXPECT_LT(double(r.packetsPerPid.count(0x1FFF) ? r.packetsPerPid.at(0x1FFF) : 0),
+              packets * 0.001);
+    EXPECT_GT(r.first.continuityCountError, 0u);
+    EXPECT_EQ(r.first.patError + r.first.pmtError, 0u);
+    EXPECT_EQ(r.second.pcrRepetitionError + r.second.pcrAccuracyError, 0u);
+    EXPECT_LE(r.repetitions.pat.largestSeconds, 0.15);
+
+    // What the streams asked for is what arrived plus what was dropped.
+    double delivered = 0;
+    for (const auto& [program, pmt] : r.tables.pmts) {
+        for (const auto& es : pmt.streams) delivered += double(r.packetsPerPid.at(es.pid));
+    }
+    for (const auto& [pid, interval] : r.repetitions.pcr) delivered -= double(interval.count);
+    const double asked = 1.10 * double(mux->bitRate()) / 1504 * seconds;
+    EXPECT_NEAR(delivered + double(mux->overflowDrops()), asked, asked * 0.01);
+    EXPECT_GT(double(mux->overflowDrops()), asked * 0.10 / 1.10);
 }
 
 TEST(AirStreamTest, ARenamedServiceComesWithTheSdtsNextVersion) {
