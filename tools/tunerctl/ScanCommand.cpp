@@ -12,6 +12,7 @@
 #include "ExitCodes.h"
 #include "FrontendEvents.h"
 #include "Output.h"
+#include "PlpInUse.h"
 #include "ScanResults.h"
 #include "ServiceCalls.h"
 #include "TunerClient.h"
@@ -288,27 +289,6 @@ int summarise(const GlobalOptions& global, const ScanOptions& options, const Sca
     return scanOutcome(stopped, report.found.empty());
 }
 
-// The PLP the tuner was left on, for a DVB-T2 multiplex the scan found.
-std::optional<uint32_t> plpInUse(const ScanJob& job) {
-    if (job.settings.getDiscriminator() != FrontendSettings::hidl_discriminator::dvbt ||
-        job.settings.dvbt().standard != FrontendDvbtStandard::T2 ||
-        !lists(job.info, FrontendStatusType::PLP_ID)) {
-        return std::nullopt;
-    }
-    std::optional<uint32_t> plp;
-    call("getStatus", [&] {
-        return job.frontend->getStatus(
-                hidl_vec<FrontendStatusType>{FrontendStatusType::PLP_ID},
-                [&](Result r, const hidl_vec<FrontendStatus>& s) {
-                    if (r == Result::SUCCESS && s.size() == 1 &&
-                        s[0].getDiscriminator() == FrontendStatus::hidl_discriminator::plpId) {
-                        plp = s[0].plpId();
-                    }
-                });
-    });
-    return plp;
-}
-
 }  // namespace
 
 int runScan(const GlobalOptions& global, const ScanOptions& options) {
@@ -350,7 +330,7 @@ int runScan(const GlobalOptions& global, const ScanOptions& options) {
     report.clearBar();
     // The PLP is read while the tuner is still on the multiplex: stopScan releases it.
     if (!report.found.empty() && !stopped) {
-        if (const std::optional<uint32_t> plp = plpInUse(job)) {
+        if (const std::optional<uint32_t> plp = plpInUse(job.frontend, job.settings, job.info)) {
             job.channel.plp = std::to_string(*plp);
         }
     }

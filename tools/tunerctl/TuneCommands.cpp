@@ -10,6 +10,7 @@
 #include "ExitCodes.h"
 #include "FrontendEvents.h"
 #include "Output.h"
+#include "PlpInUse.h"
 #include "ServiceCalls.h"
 #include "StatusFields.h"
 #include "TunerClient.h"
@@ -126,20 +127,8 @@ void notePlp(const GlobalOptions& global, const sp<IFrontend>& frontend,
              const ChannelOptions& channel, const FrontendSettings& locked,
              const FrontendInfo& info) {
     const std::optional<uint32_t> asked = askedStreamId(channel);
-    const bool t2 = locked.getDiscriminator() == FrontendSettings::hidl_discriminator::dvbt &&
-                    locked.dvbt().standard == FrontendDvbtStandard::T2;
-    if (!asked || !t2 || !lists(info, FrontendStatusType::PLP_ID)) return;
-    std::optional<uint32_t> used;
-    call("getStatus", [&] {
-        return frontend->getStatus(
-                hidl_vec<FrontendStatusType>{FrontendStatusType::PLP_ID},
-                [&](Result r, const hidl_vec<FrontendStatus>& s) {
-                    if (r == Result::SUCCESS && s.size() == 1 &&
-                        s[0].getDiscriminator() == FrontendStatus::hidl_discriminator::plpId) {
-                        used = s[0].plpId();
-                    }
-                });
-    });
+    if (!asked) return;
+    const std::optional<uint32_t> used = plpInUse(frontend, locked, info);
     if (!used || *used == *asked) return;
     const std::string text = "PLP " + std::to_string(*asked) +
                              " asked, but the frontend picks the PLP itself: it uses PLP " +
