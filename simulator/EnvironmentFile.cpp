@@ -111,6 +111,17 @@ class Reader {
         return v;
     }
 
+    // A list the stream bounds: "31 services, a multiplex carries at most 30".
+    const json& bounded(const json& v, const std::string& path, size_t most, const char* things,
+                        const char* holder) const {
+        if (!v.is_array()) fail(path, "must be a list");
+        if (v.size() > most) {
+            fail(path, std::to_string(v.size()) + " " + things + ", " + holder +
+                               " carries at most " + std::to_string(most));
+        }
+        return v;
+    }
+
     const json& member(const json& object, const std::string& path, const char* key) const {
         if (!object.contains(key)) fail(join(path, key), "missing");
         return object.at(key);
@@ -438,7 +449,10 @@ air::CodeRate readFraction(const Reader& r, const json& v, const std::string& pa
                     static_cast<uint32_t>(std::stoul(f.substr(slash + 1)))};
         }
     }
-    r.fail(path, v.dump() + " is not one of " + allowed);
+    std::string listed = allowed;
+    for (size_t at = listed.find(' '); at != std::string::npos; at = listed.find(' ', at + 2))
+        listed.replace(at, 1, ", ");
+    r.fail(path, v.dump() + " is not one of " + listed);
 }
 
 // A text of at most limit bytes.
@@ -488,8 +502,8 @@ air::Service readService(const Reader& r, const json& v, const std::string& p) {
     if (v.contains("pmtPid")) s.pmtPid = readPid(r, v.at("pmtPid"), at("pmtPid"));
     if (v.contains("pcrPid")) s.pcrPid = readPid(r, v.at("pcrPid"), at("pcrPid"));
     if (v.contains("scrambled")) s.scrambled = r.boolean(v.at("scrambled"), at("scrambled"));
-    const json& components =
-            r.array(r.member(v, p, "components"), at("components"), air::kMaxComponentsPerService);
+    const json& components = r.bounded(r.member(v, p, "components"), at("components"),
+                                       air::kMaxComponentsPerService, "components", "a service");
     if (components.empty()) r.fail(at("components"), "a service needs at least one component");
     for (size_t i = 0; i < components.size(); ++i) {
         const std::string cp = Reader::index(at("components"), i);
@@ -512,7 +526,8 @@ air::Service readService(const Reader& r, const json& v, const std::string& p) {
         s.components.push_back(component);
     }
     if (v.contains("events")) {
-        const json& events = r.array(v.at("events"), at("events"), air::kMaxEventsPerService);
+        const json& events = r.bounded(v.at("events"), at("events"), air::kMaxEventsPerService,
+                                       "events", "a service's schedule");
         for (size_t i = 0; i < events.size(); ++i) {
             const std::string ep = Reader::index(at("events"), i);
             const json& e = r.object(events[i], ep, {"start", "minutes", "name", "text"});
@@ -562,8 +577,8 @@ void readContent(const Reader& r, const json& v, const std::string& p, Transmitt
                                                 Reader::join(mp, "originalNetworkId"), 0, 0xFFFF))
                                       : c.networkId;
         const std::string sp = Reader::join(mp, "services");
-        const json& services =
-                r.array(r.member(m, mp, "services"), sp, air::kMaxServicesPerMultiplex);
+        const json& services = r.bounded(r.member(m, mp, "services"), sp,
+                                         air::kMaxServicesPerMultiplex, "services", "a multiplex");
         if (services.empty()) r.fail(sp, "a multiplex needs at least one service");
         std::map<uint32_t, std::string> pids;
         std::set<uint16_t> ids;
@@ -697,8 +712,9 @@ constexpr NameCode kSatelliteSystemTable[] = {{"DVB-S", MOX_TUNER_TYPE_DVBS},
                                               {"DVB-S2", MOX_TUNER_TYPE_DVBS2}};
 
 // Satellites behind the dish's switch, each on an input A..D, with their transponders at their
-// downlink frequencies.
-void readSatellites(const Reader& r, const json& v, std::vector<Transmitter>& air) {
+// downlink frequencies. paths: where each transmitter stands in the file.
+void readSatellites(const Reader& r, const json& v, std::vector<Transmitter>& air,
+                    std::vector<std::string>& paths) {
     const json& satellites = r.array(v, "satellites", 4);
     std::map<std::tuple<int, bool, uint32_t>, std::string> used;
     for (size_t s = 0; s < satellites.size(); ++s) {
@@ -755,12 +771,44 @@ void readSatellites(const Reader& r, const json& v, std::vector<Transmitter>& ai
                                                    " is already used by " + it->second);
             }
             air.push_back(std::move(tx));
+            paths.push_back(p);
         }
     }
 }
 
-// The networks multiplexes name, and the network's time when the clock starts.
-void readNetworks(const Reader& r, const json& root, Environment& env) {
+// The DVB date field's range: modified Julian dates up to 0xFFFF, 2038-04-22.
+constexpr time_t kLastDvbDateEnd = time_t{0xFFFF + 1 - 40587} * 86400;
+
+// The network's time when the clock starts: "2026-11-24T20:00:00Z", a real date and time of day.
+time_t readUtcStart(const Reader& r, const json& v) {
+    struct tm tm {};
+    int length = -1;  // set only when the text matched up to its Z
+    const std::string text = v.is_string() ? v.get<std::string>() : "";
+    if (sscanf(text.c_str(), "%4d-%2d-%2dT%2d:%2d:%2dZ%n", &tm.tm_year, &tm.tm_mon, &tm.tm_mday,
+               &tm.tm_hour, &tm.tm_min, &tm.tm_sec, &length) != 6 ||
+        length != static_cast<int>(text.size())) {
+        r.fail("utcStart", "must be a time in UTC, e.g. \"2026-11-24T20:00:00Z\"");
+    }
+    tm.tm_year -= 1900;
+    tm.tm_mon -= 1;
+    const struct tm asked = tm;
+    const time_t utc = timegm(&tm);
+    // timegm moves a 31 November to 1 December: a field it moved was not a date.
+    if (tm.tm_year != asked.tm_year || tm.tm_mon != asked.tm_mon || tm.tm_mday != asked.tm_mday ||
+        tm.tm_hour != asked.tm_hour || tm.tm_min != asked.tm_min || tm.tm_sec != asked.tm_sec) {
+        r.fail("utcStart", v.dump() + " is no date and time of day");
+    }
+    if (utc < 0 || utc >= kLastDvbDateEnd) {
+        r.fail("utcStart", v.dump() + " is outside the dates DVB's time tables carry, " +
+                                   "1970-01-01 to 2038-04-22");
+    }
+    return utc;
+}
+
+// The networks multiplexes name, and the network's time when the clock starts. paths: where each
+// transmitter stands in the file.
+void readNetworks(const Reader& r, const json& root, Environment& env,
+                  const std::vector<std::string>& paths) {
     std::map<uint16_t, std::string> names;
     if (root.contains("networks")) {
         const json& networks = r.array(root.at("networks"), "networks", 64);
@@ -776,54 +824,54 @@ void readNetworks(const Reader& r, const json& root, Environment& env) {
             }
         }
     }
-    std::set<std::pair<uint16_t, uint16_t>> streams;
+    // Where each network's transport streams were written.
+    std::map<std::pair<uint16_t, uint16_t>, std::string> streams;
     for (size_t i = 0; i < env.air.size(); ++i) {
         air::MultiplexContent& c = env.air[i].content;
         if (c.services.empty()) continue;
+        const std::string mp = Reader::join(paths[i], "multiplex");
         const auto name = names.find(c.networkId);
         if (name == names.end()) {
-            r.fail("networks",
-                   "no network " + std::to_string(c.networkId) + ", which a multiplex names");
+            r.fail(Reader::join(mp, "network"),
+                   "no network " + std::to_string(c.networkId) + " in \"networks\"");
         }
         c.networkName = name->second;
-        if (!streams.insert({c.networkId, c.transportStreamId}).second) {
-            r.fail("networks", "network " + std::to_string(c.networkId) +
-                                       " has two multiplexes of transport stream id " +
-                                       std::to_string(c.transportStreamId));
+        const auto [it, fresh] =
+                streams.emplace(std::make_pair(c.networkId, c.transportStreamId), mp);
+        if (!fresh) {
+            r.fail(Reader::join(mp, "transportStreamId"),
+                   "transport stream " + std::to_string(c.transportStreamId) + " of network " +
+                           std::to_string(c.networkId) + " is already " + it->second);
         }
     }
     // Each multiplex's PIDs, its PMTs' and components' (those it leaves out included), apart.
     std::vector<Transmitter> completed = env.air;
     completeAir(completed);
-    for (const Transmitter& tx : completed) {
+    for (size_t i = 0; i < completed.size(); ++i) {
+        const std::string sp = Reader::join(Reader::join(paths[i], "multiplex"), "services");
+        const std::vector<air::Service>& services = completed[i].content.services;
         std::map<uint16_t, std::string> used;
-        for (const air::Service& s : tx.content.services) {
-            std::vector<std::pair<uint16_t, std::string>> pids = {{s.pmtPid, "its PMT"}};
-            for (const air::Component& c : s.components) pids.push_back({c.pid, "a component"});
-            for (const auto& [pid, what] : pids) {
-                const std::string owner = what + " of service " + std::to_string(s.id);
+        for (size_t j = 0; j < services.size(); ++j) {
+            const air::Service& s = services[j];
+            const std::string at = Reader::index(sp, j);
+            const std::string of = " of service " + std::to_string(s.id);
+            std::vector<std::tuple<uint16_t, std::string, std::string>> pids = {
+                    {s.pmtPid, "the PMT" + of, Reader::join(at, "pmtPid")}};
+            for (size_t k = 0; k < s.components.size(); ++k) {
+                pids.emplace_back(
+                        s.components[k].pid, "component " + std::to_string(k) + of,
+                        Reader::join(Reader::index(Reader::join(at, "components"), k), "pid"));
+            }
+            for (const auto& [pid, owner, path] : pids) {
                 const auto [it, fresh] = used.emplace(pid, owner);
                 if (!fresh) {
-                    r.fail("transmitters", std::to_string(tx.frequencyMHz) + " MHz: PID " +
-                                                   std::to_string(pid) + " is " + owner + " and " +
-                                                   it->second);
+                    r.fail(path, "PID " + std::to_string(pid) + " of " + owner +
+                                         " is already used by " + it->second);
                 }
             }
         }
     }
-    if (root.contains("utcStart")) {
-        const json& v = root.at("utcStart");
-        struct tm tm {};
-        char end = 0;
-        if (!v.is_string() ||
-            sscanf(v.get<std::string>().c_str(), "%4d-%2d-%2dT%2d:%2d:%2dZ%c", &tm.tm_year,
-                   &tm.tm_mon, &tm.tm_mday, &tm.tm_hour, &tm.tm_min, &tm.tm_sec, &end) != 6) {
-            r.fail("utcStart", "must be a time in UTC, e.g. \"2026-11-24T20:00:00Z\"");
-        }
-        tm.tm_year -= 1900;
-        tm.tm_mon -= 1;
-        env.utcStart = timegm(&tm);
-    }
+    if (root.contains("utcStart")) env.utcStart = readUtcStart(r, root.at("utcStart"));
 }
 
 }  // namespace
@@ -864,6 +912,7 @@ Environment parseEnvironment(const std::string& text, const std::string& name) {
     if (root.contains("seed"))
         env.misbehaviour.seed = r.integer(root.at("seed"), "seed", 0, UINT32_MAX);
     if (root.contains("faults")) readFaults(r, root.at("faults"), env.misbehaviour);
+    std::vector<std::string> paths;  // where each of env.air stands in the file
     if (root.contains("transmitters")) {
         const json& transmitters = r.array(root.at("transmitters"), "transmitters", 1000);
         // One transmitter per frequency of a kind of network: terrestrial, cable, satellite.
@@ -881,10 +930,11 @@ Environment parseEnvironment(const std::string& text, const std::string& name) {
                                std::to_string(it->second) + "]");
             }
             env.air.push_back(std::move(tx));
+            paths.push_back(p);
         }
     }
-    if (root.contains("satellites")) readSatellites(r, root.at("satellites"), env.air);
-    readNetworks(r, root, env);
+    if (root.contains("satellites")) readSatellites(r, root.at("satellites"), env.air, paths);
+    readNetworks(r, root, env, paths);
     if (root.contains("timeline")) readTimeline(r, root.at("timeline"), env);
     return env;
 }

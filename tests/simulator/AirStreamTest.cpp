@@ -4,7 +4,10 @@
 // dependence on the lock.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -87,9 +90,65 @@ void checkInstallation(SimulatedDriver& driver) {
     }
 }
 
+// The tables of each multiplex say what the installation holds: the NIT names every multiplex
+// of its network, the SDT each service with its provider and whether it is scrambled, each PMT its
+// components' stream types, PIDs and languages, and a CAT comes where a service is scrambled.
+void expectTablesDescribe(SimulatedDriver& driver, std::vector<Transmitter> air) {
+    completeAir(air);
+    ASSERT_EQ(air.size(), driver.transmitterCount());
+    for (size_t t = 0; t < air.size(); ++t) {
+        const mox::air::MultiplexContent& content = air[t].content;
+        if (!air[t].tsFile.empty()) continue;
+        SCOPED_TRACE("transmitter " + std::to_string(t));
+        auto source = driver.transmitterStream(t);
+        ASSERT_TRUE(source);
+        const StreamReport r = readAir(*source, 6);
+        ASSERT_TRUE(r.tables.nitActual.has_value());
+        EXPECT_EQ(r.tables.nitActual->networkId, content.networkId);
+        EXPECT_EQ(r.tables.nitActual->name, content.networkName);
+        std::set<uint16_t> network;
+        for (const Transmitter& tx : air) {
+            if (tx.tsFile.empty() && tx.content.networkId == content.networkId)
+                network.insert(tx.content.transportStreamId);
+        }
+        std::set<uint16_t> announced;
+        for (const auto& [tsid, info] : r.tables.nitActual->transportStreams)
+            announced.insert(tsid);
+        EXPECT_EQ(announced, network);
+        EXPECT_EQ(r.tables.sdtOther.size(), network.size() - 1);
+        ASSERT_TRUE(r.tables.sdtActual.has_value());
+        EXPECT_EQ(r.tables.sdtActual->transportStreamId, content.transportStreamId);
+        EXPECT_EQ(r.tables.sdtActual->originalNetworkId, content.originalNetworkId);
+        ASSERT_EQ(r.tables.sdtActual->services.size(), content.services.size());
+        bool scrambled = false;
+        for (const mox::air::Service& s : content.services) {
+            SCOPED_TRACE("service " + std::to_string(s.id));
+            scrambled = scrambled || s.scrambled;
+            ASSERT_EQ(r.tables.sdtActual->services.count(s.id), 1u);
+            const auto& described = r.tables.sdtActual->services.at(s.id);
+            EXPECT_EQ(described.name, s.name);
+            EXPECT_EQ(described.provider, s.provider);
+            EXPECT_EQ(described.type, s.type);
+            EXPECT_EQ(described.freeCaMode, s.scrambled);
+            ASSERT_EQ(r.tables.pmts.count(s.id), 1u);
+            const auto& pmt = r.tables.pmts.at(s.id);
+            EXPECT_EQ(pmt.pid, s.pmtPid);
+            EXPECT_EQ(pmt.pcrPid, s.pcrPid);
+            ASSERT_EQ(pmt.streams.size(), s.components.size());
+            for (size_t c = 0; c < s.components.size(); ++c) {
+                EXPECT_EQ(pmt.streams[c].type, s.components[c].streamType) << c;
+                EXPECT_EQ(pmt.streams[c].pid, s.components[c].pid) << c;
+                EXPECT_EQ(pmt.streams[c].language, s.components[c].language) << c;
+            }
+        }
+        EXPECT_EQ(r.tables.catSeen, scrambled);
+    }
+}
+
 TEST(AirStreamTest, EveryMultiplexOfTheBuiltInBoxPassesTheChecks) {
     SimulatedDriver driver;
     checkInstallation(driver);
+    expectTablesDescribe(driver, SimulatedDriver::defaultAir());
 }
 
 class ExampleAirTest : public testing::TestWithParam<const char*> {};
@@ -99,6 +158,25 @@ TEST_P(ExampleAirTest, EveryMultiplexPassesTheChecks) {
     SimulatedDriver driver;
     driver.setEnvironment(env.capability, env.air, env.misbehaviour);
     checkInstallation(driver);
+}
+
+// Each example spells out its networks and services: the tables carry them as written, and the
+// file has what a scanner should meet (a network of several multiplexes, a scrambled service).
+TEST_P(ExampleAirTest, TheTablesCarryWhatTheFileSays) {
+    const Environment env = loadEnvironmentFile(std::string(EXAMPLES_DIR) + "/" + GetParam());
+    SimulatedDriver driver;
+    driver.setEnvironment(env.capability, env.air, env.misbehaviour);
+    expectTablesDescribe(driver, env.air);
+    std::map<uint16_t, size_t> multiplexes;
+    bool scrambled = false;
+    for (const Transmitter& tx : env.air) {
+        ASSERT_FALSE(tx.content.services.empty()) << tx.frequencyMHz << " MHz: generated content";
+        ++multiplexes[tx.content.networkId];
+        for (const mox::air::Service& s : tx.content.services) scrambled = scrambled || s.scrambled;
+    }
+    EXPECT_TRUE(scrambled);
+    EXPECT_TRUE(std::any_of(multiplexes.begin(), multiplexes.end(),
+                            [](const auto& network) { return network.second > 1; }));
 }
 
 INSTANTIATE_TEST_SUITE_P(Examples, ExampleAirTest,
