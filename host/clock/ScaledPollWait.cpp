@@ -42,8 +42,10 @@ std::optional<uint32_t> parseSpeed(const char* text) {
 }
 
 void setSpeed(uint32_t speed) {
-    gSpeed = speed;
-    if (speed == 1) return;  // the real clocks stay
+    const uint32_t was = gSpeed.exchange(speed);
+    if (speed == 1 && was == 1) return;  // the real clocks stay
+    // Back to 1 after a faster speed, the simulated clock goes on from where it is: time on
+    // the air never runs backwards.
     sim::simulator().setClock(simulatedNowUs, speed);
     // A recorded session is stamped with the same clock, so its times are the box's.
     trace::setTraceClock(simulatedNowUs);

@@ -157,10 +157,9 @@ void MultiplexStream::build() {
     }
     mNextPcrDue = mSlot;
     mMaxLagSlots = slotsFor(kMaxLagMs);
-    mNextCrcError =
-            mSetup.faults.crcErrorsPerS > 0
-                    ? mSlot + static_cast<uint64_t>(slotsPerSecond / mSetup.faults.crcErrorsPerS)
-                    : UINT64_MAX;
+    mNextCrcError = mSetup.faults.crcErrorsPerS > 0
+                            ? mSlot + slotsBetween(mBitRate, mSetup.faults.crcErrorsPerS)
+                            : UINT64_MAX;
 }
 
 void MultiplexStream::update(MultiplexSetup setup) {
@@ -204,8 +203,7 @@ void MultiplexStream::update(MultiplexSetup setup) {
         }
     } else if (mSetup.faults.crcErrorsPerS != oldCrcRate) {
         mNextCrcError = mSetup.faults.crcErrorsPerS > 0
-                                ? mSlot + static_cast<uint64_t>(double(mBitRate) / 1504.0 /
-                                                                mSetup.faults.crcErrorsPerS)
+                                ? mSlot + slotsBetween(mBitRate, mSetup.faults.crcErrorsPerS)
                                 : UINT64_MAX;
     }
 }
@@ -275,8 +273,7 @@ void MultiplexStream::queueDueTables() {
                 bool damage = false;
                 if (hasCrc(t.kind) && mSlot >= mNextCrcError) {
                     damage = true;
-                    mNextCrcError += static_cast<uint64_t>(double(mBitRate) / 1504.0 /
-                                                           mSetup.faults.crcErrorsPerS);
+                    mNextCrcError += slotsBetween(mBitRate, mSetup.faults.crcErrorsPerS);
                 }
                 queueSection(t.sections[t.cursor], t.pid, damage);
             }

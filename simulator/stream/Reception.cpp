@@ -4,6 +4,8 @@
 
 #include <cmath>
 
+#include "simulator/stream/TransportStreamSource.h"
+
 namespace mox::air {
 
 double packetErrorRate(double ber) {
@@ -13,8 +15,7 @@ double packetErrorRate(double ber) {
 }
 
 void Reception::setContinuityErrors(double perSecond, uint64_t bitRate) {
-    mLossInterval = perSecond > 0 ? static_cast<uint64_t>(double(bitRate) / 1504.0 / perSecond) : 0;
-    if (mLossInterval == 0 && perSecond > 0) mLossInterval = 1;
+    mLossInterval = perSecond > 0 ? slotsBetween(bitRate, perSecond) : 0;
     mUntilLoss = mLossInterval;
 }
 

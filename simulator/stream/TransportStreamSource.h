@@ -25,6 +25,15 @@ inline uint64_t slotAt(uint64_t us, uint64_t bitRate) {
     return bits / 1504;
 }
 
+// Slots between two events that come perSecond times a second: at least one, and at most what
+// no stream lasts (2^60), so that adding it to a slot cannot overflow whatever rate is given.
+inline uint64_t slotsBetween(uint64_t bitRate, double perSecond) {
+    constexpr double kNever = double(uint64_t{1} << 60);
+    const double slots = double(bitRate) / 1504.0 / perSecond;
+    if (!(slots < kNever)) return uint64_t{1} << 60;  // NaN and infinity too
+    return slots < 1 ? 1 : static_cast<uint64_t>(slots);
+}
+
 // Slot n's start on a clock counting hz ticks a second (27 MHz PCR, 90 kHz PTS, 1 Hz), exact and
 // without overflow for any slot of a day at any rate.
 inline uint64_t slotTicks(uint64_t slot, uint64_t bitRate, uint64_t hz) {

@@ -282,6 +282,29 @@ TEST(AirStreamTest, AnOverflowDropsWhatTheMultiplexCannotCarry) {
     EXPECT_GT(double(mux->overflowDrops()), asked * 0.10 / 1.10);
 }
 
+// Rates too small to ever come due are faults that never happen, not arithmetic that overflows.
+TEST(AirStreamTest, FaultRatesTooRareToComeDoNoDamage) {
+    const Environment env = parseEnvironment(R"({
+      "frontends": [{"systems": ["DVB-C"], "channels": 1, "frequencyMHz": {"min": 47, "max": 862}}],
+      "transmitters": [{"system": "DVB-C", "frequencyMHz": 306, "symbolRate": 6900000,
+                        "modulation": "64QAM",
+                        "streamFaults": {"continuityErrorsPerS": 1e-300, "crcErrorsPerS": 1e-300}}]
+    })",
+                                             "rare.json");
+    SimulatedDriver driver;
+    driver.setEnvironment(env.capability, env.air, env.misbehaviour);
+    auto source = driver.transmitterStream(0);
+    const StreamReport r = readAir(*source, 3);
+    EXPECT_EQ(r.second.crcError, 0u);
+    EXPECT_GT(r.totalPackets, 0u);
+
+    // Packets lost on the way, live, as a locked tuner receives them.
+    Received air;
+    const uint64_t rate = air.driver.transmitterStream(3)->bitRate();
+    air.change("stream 650MHz continuity-errors 1e-300/s");
+    EXPECT_EQ(air.read(3, rate).first.continuityCountError, 0u);
+}
+
 TEST(AirStreamTest, ARenamedServiceComesWithTheSdtsNextVersion) {
     Received air;
     const uint64_t rate = air.driver.transmitterStream(3)->bitRate();
