@@ -9,7 +9,7 @@ cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz
 mkdir -p build/fuzz/findings
 for fuzzer in capability_fuzzer status_fuzzer tune_scan_fuzzer lnb_fuzzer sequence_fuzzer \
-    transport_fuzzer trace_reader_fuzzer streamcheck_fuzzer; do
+    transport_fuzzer trace_reader_fuzzer streamcheck_fuzzer demux_engine_fuzzer; do
   echo "== $fuzzer (${seconds} s)"
   # New inputs go to a scratch copy of the corpus, so the committed seeds stay as they are.
   work="build/fuzz/corpus/$fuzzer"

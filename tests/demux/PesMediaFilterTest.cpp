@@ -195,6 +195,26 @@ TEST_F(PesMediaFilterTest, HeldFramesAreNeverOverwritten) {
     EXPECT_EQ(engine.releaseAvHandle(id, 999), Result::INVALID_ARGUMENT);
 }
 
+TEST_F(PesMediaFilterTest, AudioFramesAreBoundedTighterThanVideo) {
+    std::vector<uint8_t> memory(4 * kMaxVideoFrameSize);
+    RecordingSink audio;
+    RecordingSink video;
+    const uint32_t audioId =
+            open(DemuxTsFilterType::AUDIO, av(kPid), audio, {memory.data(), memory.size() / 2});
+    const uint32_t videoId = open(DemuxTsFilterType::VIDEO, av(kPid), video,
+                                  {memory.data() + memory.size() / 2, memory.size() / 2});
+    // Frames of the largest size each takes (with its 14 header bytes), and one byte more.
+    for (size_t data : {kMaxAudioFrameSize - 14, kMaxAudioFrameSize - 13, kMaxVideoFrameSize - 14,
+                        kMaxVideoFrameSize - 13}) {
+        feedPes(pesPacket(0xE0, 1, Bytes(data, 0x11), true));
+    }
+    feedPes(pesPacket(0xE0, 2, {}, true));
+    EXPECT_EQ(mediaEvents(audio).size(), 1u);
+    EXPECT_EQ(engine.counters(audioId)->oversizeDrops, 3u);
+    EXPECT_EQ(mediaEvents(video).size(), 3u);
+    EXPECT_EQ(engine.counters(videoId)->oversizeDrops, 1u);
+}
+
 TEST_F(PesMediaFilterTest, PassthroughFramesGoToTheDecoderOnly) {
     RecordingSink sink;
     uint32_t id = 0;

@@ -281,6 +281,23 @@ TEST_F(SectionFilterTest, WithoutRepeatEachVersionComesOnce) {
     EXPECT_EQ(every.units.size(), 7u);
 }
 
+TEST_F(SectionFilterTest, WithoutRepeatTheOldestRememberedSectionIsForgottenFirst) {
+    RecordingSink sink;
+    open(sectionBits(kPid, {}, {}, {}, true, false), sink);
+    std::vector<Bytes> sections;
+    for (size_t i = 0; i <= kMaxRememberedSections; ++i) {
+        sections.push_back(longSection(0x4E, static_cast<uint16_t>(i), 1, 0, {}));
+    }
+    feedSections(sections);
+    ASSERT_EQ(sink.units.size(), sections.size());
+    // The first was forgotten to remember the last: it comes again, the last does not; taking
+    // the first back in forgets the second.
+    feedSections({sections.back(), sections.front(), sections[2], sections[1]});
+    ASSERT_EQ(sink.units.size(), sections.size() + 2);
+    EXPECT_EQ(sink.units[sections.size()], sections.front());
+    EXPECT_EQ(sink.units.back(), sections[1]);
+}
+
 TEST_F(SectionFilterTest, RawOutputReportsDataReadyInsteadOfEvents) {
     RecordingSink sink;
     open(sectionBits(kPid, {}, {}, {}, true, true, true), sink);
