@@ -34,6 +34,8 @@ class Frontend : public IFrontend {
 
     FrontendType getFrontendType() const { return mType; }
     uint32_t getFrontendId() const { return mId; }
+    // The driver's tuner this frontend tunes.
+    uint8_t tunerIndex() const { return static_cast<uint8_t>(mId & 0xFF); }
     bool isLocked() const { return mIsLocked; }
     // The callback installed at this moment, if any.
     sp<IFrontendCallback> getCallback() const;
@@ -94,7 +96,6 @@ class Frontend : public IFrontend {
     // The scan saw lock: counts only while its run is still to go on, so it never undoes a stop.
     void markScanLocked(uint64_t generation);
     void releaseTuner();
-    uint8_t tunerIndex() const { return static_cast<uint8_t>(mId & 0xFF); }
 
     mutable Mutex mCallbackLock;
     sp<IFrontendCallback> mCallback GUARDED_BY(mCallbackLock);

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "StreamInput.h"
 #include "driver/MoxTuner.h"
 #include "simulator/Environment.h"
 #include "simulator/SimulatedDriver.h"
@@ -25,6 +26,21 @@ const bool gEnvironmentLoaded = [] {
         std::fprintf(stderr, "%s\n", e.what());
         std::exit(2);
     }
+    return true;
+}();
+
+// The air the process's demuxes read: what each tuner of the simulated box receives.
+class SimulatedAir : public mox::host::StreamInput {
+  public:
+    uint64_t nowUs() override { return simulator().nowUs(); }
+    size_t read(uint8_t tunerIndex, uint64_t fromUs, uint8_t* out, size_t maxPackets) override {
+        return simulator().readStream(tunerIndex, fromUs, UINT64_MAX, out, maxPackets);
+    }
+};
+
+const bool gAirRegistered = [] {
+    static SimulatedAir air;
+    mox::host::setStreamInput(&air);
     return true;
 }();
 

@@ -213,6 +213,8 @@ class SimulatedDriver {
     // than it left misses what was sent meanwhile.
     size_t readStream(uint8_t tunerIndex, uint64_t fromUs, uint64_t untilUs, uint8_t* out,
                       size_t maxPackets);
+    // The driver's clock, in microseconds.
+    uint64_t nowUs();
     // The network's time at the start of the clock; the wall clock's when not set.
     void setUtcStart(time_t utc);
     // The stream a transmitter sends, as it leaves the transmitter (no reception on the way),

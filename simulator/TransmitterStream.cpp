@@ -195,6 +195,11 @@ void SimulatedDriver::prepareStreamLocked(TunerState& tuner, uint8_t tunerIndex)
     stream->reception.setPacketErrorRate(damaged ? air::packetErrorRate(ber) : 0.0);
 }
 
+uint64_t SimulatedDriver::nowUs() {
+    ::android::Mutex::Autolock guard(mLock);
+    return mClock();
+}
+
 size_t SimulatedDriver::readStream(uint8_t tunerIndex, uint64_t fromUs, uint64_t untilUs,
                                    uint8_t* out, size_t maxPackets) {
     ::android::Mutex::Autolock guard(mLock);

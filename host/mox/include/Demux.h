@@ -1,13 +1,26 @@
 // Host stand-in for the maker's player library demux. It keeps its id and Tuner, reports its
-// frontend binding to the Tuner, calls its close callback when closed, and shows whether the
-// frontend input is running.
+// frontend binding to the Tuner and calls its close callback when closed, as on a box; and it
+// does what the player library does with a stream: between the service's start and stop of its
+// input it reads the transport stream its frontend's tuner receives and hands it to its
+// filters, whose queues, media memory and callbacks it serves.
+//
+// Locks, in the order they are taken: mCloseLock, then mLock. No client callback runs with
+// either held.
 #pragma once
 
 #include <android/hardware/tv/tuner/1.0/IDemux.h>
+#include <utils/Condition.h>
 #include <utils/Mutex.h>
 
 #include <atomic>
+#include <bitset>
 #include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+
+#include "FilterQueue.h"
+#include "demux/DemuxEngine.h"
 
 namespace android::hardware::tv::tuner::V1_0::implementation {
 
@@ -16,6 +29,15 @@ class Tuner;
 class Demux : public IDemux {
   public:
     using CloseCallback = void (*)(void* tuner, int demuxId);
+
+    // Filters a demux holds at once, as its engine does.
+    static constexpr size_t kMaxFilters = mox::demux::kMaxFiltersPerDemux;
+    // A filter's queue (and a media filter's memory) is at most this many bytes, and all of a
+    // demux's together at most kMaxQueueBytesPerDemux: a client asks, the host's memory pays.
+    static constexpr uint32_t kMaxFilterBufferBytes = 32u << 20;
+    static constexpr uint64_t kMaxQueueBytesPerDemux = 256ull << 20;
+    // How often the input reads its tuner, in real time.
+    static constexpr uint32_t kInputPeriodUs = 5000;
 
     Demux(uint32_t demuxId, sp<Tuner> tuner);
     ~Demux() override;
@@ -40,11 +62,55 @@ class Demux : public IDemux {
     bool isFrontendInputRunning() const { return mInputRunning; }
     int frontendInputStartCount() const { return mInputStartCount; }
 
+    // What the demux's filters ask of it (Filter is their face to the client).
+    Result configureFilter(uint32_t id, const DemuxFilterSettings& settings);
+    Result startFilter(uint32_t id);
+    Result stopFilter(uint32_t id);
+    Result flushFilter(uint32_t id);
+    Result releaseAvHandle(uint32_t id, uint64_t avDataId);
+    Result closeFilter(uint32_t id);
+    Result filterQueueDescriptor(uint32_t id, MQDescriptorSync<uint8_t>& descriptor);
+    // The source time: the latest PCR a PCR filter of the demux saw, 90 kHz.
+    std::optional<uint64_t> sourceTime();
+
+    // Packets as the demux's input would hand them, for tests: filters see them, and their
+    // events are sent before it returns.
+    void feedForTest(const uint8_t* packets, size_t size);
+
   private:
+    struct FilterEntry {
+        DemuxTsFilterType type = DemuxTsFilterType::UNDEFINED;
+        uint32_t bufferSize = 0;
+        std::unique_ptr<FilterQueue> queue;
+        std::optional<uint32_t> engineId;  // once configured
+        uint16_t pid = 0;
+        bool running = false;
+        const IFilter* face = nullptr;  // the client's filter object, to know it when handed back
+    };
+    FilterEntry* filterLocked(uint32_t id) REQUIRES(mLock);
+    uint64_t queueBytesLocked() const REQUIRES(mLock);
+    // The engine's work on packets, then what waits in each filter is sent.
+    void process(const uint8_t* packets, size_t size) EXCLUDES(mLock);
+    void inputLoop(uint64_t generation);
+    std::optional<uint8_t> tunerIndex();
+
     const uint32_t mDemuxId;
     sp<Tuner> mTuner;
     ::android::Mutex mCloseLock;
     CloseCallback mCloseCallback GUARDED_BY(mCloseLock) = nullptr;
+
+    ::android::Mutex mLock;
+    ::android::Condition mInputChanged;
+    // Made with the first filter configured (its PID table is 64 KiB, and most demuxes a
+    // client opens never filter), freed when the demux closes.
+    std::unique_ptr<mox::demux::DemuxEngine> mEngine GUARDED_BY(mLock);
+    std::map<uint32_t, FilterEntry> mFilters GUARDED_BY(mLock);
+    std::optional<uint32_t> mFrontendId GUARDED_BY(mLock);
+    bool mClosed GUARDED_BY(mLock) = false;
+    // The input thread runs while its generation is the current one; a stop or close moves the
+    // generation on, and the thread ends on its own (it is never joined: it may be sending to a
+    // client that is calling in).
+    uint64_t mInputGeneration GUARDED_BY(mLock) = 0;
     std::atomic<bool> mInputRunning{false};
     std::atomic<int> mInputStartCount{0};
 };

@@ -1,0 +1,60 @@
+#include "FilterQueue.h"
+
+#include <utility>
+
+namespace android::hardware::tv::tuner::V1_0::implementation {
+
+FilterQueue::FilterQueue(size_t queueBytes, size_t avMemoryBytes, sp<IFilterCallback> callback)
+    : mQueue(std::make_unique<Queue>(queueBytes, true)), mCallback(std::move(callback)) {
+    if (mQueue->isValid()) EventFlag::createEventFlag(mQueue->getEventFlagWord(), &mEventFlag);
+    if (avMemoryBytes > 0) mAvMemory = std::make_shared<AvMemoryFile>(avMemoryBytes);
+}
+
+FilterQueue::~FilterQueue() {
+    if (mEventFlag != nullptr) EventFlag::deleteEventFlag(&mEventFlag);
+}
+
+bool FilterQueue::isValid() const {
+    return mQueue->isValid() && mEventFlag != nullptr && (!mAvMemory || mAvMemory->isValid());
+}
+
+mox::demux::AvRegion FilterQueue::avRegion() const {
+    if (!mAvMemory) return {};
+    return {mAvMemory->base(), mAvMemory->size()};
+}
+
+bool FilterQueue::write(const uint8_t* data, size_t size) {
+    if (size > mQueue->availableToWrite() || !mQueue->write(data, size)) return false;
+    mEventFlag->wake(static_cast<uint32_t>(DemuxQueueNotifyBits::DATA_READY));
+    return true;
+}
+
+size_t FilterQueue::fill() const {
+    return mQueue->availableToRead();
+}
+
+void FilterQueue::event(const mox::demux::FilterEvent& event) {
+    const bool media =
+            event.getDiscriminator() == DemuxFilterEvent::Event::hidl_discriminator::media;
+    std::vector<DemuxFilterEvent::Event>& list = media ? mPending.media : mPending.events;
+    if (mPending.events.size() + mPending.media.size() >= kMaxPendingEvents) {
+        ++mDroppedEvents;
+        return;
+    }
+    list.push_back(event);
+    if (media) list.back().media().avMemory = hidl_handle(mAvMemory->handle());
+}
+
+void FilterQueue::status(DemuxFilterStatus status) {
+    if (mPending.statuses.size() < kMaxPendingEvents) mPending.statuses.push_back(status);
+}
+
+FilterDelivery FilterQueue::take() {
+    FilterDelivery out = std::move(mPending);
+    mPending = FilterDelivery{};
+    out.callback = mCallback;
+    out.avMemory = mAvMemory;
+    return out;
+}
+
+}  // namespace android::hardware::tv::tuner::V1_0::implementation
