@@ -21,6 +21,7 @@
 #include "RecordingCallback.h"
 #include "ServiceProcess.h"
 #include "TestSettings.h"
+#include "simulator/SimulatedDriver.h"
 
 namespace {
 
@@ -157,6 +158,101 @@ struct OpenFilter {
         if (!queue->read(bytes.data(), length)) bytes.clear();
         flag->wake(static_cast<uint32_t>(DemuxQueueNotifyBits::DATA_CONSUMED));
         return bytes;
+    }
+};
+
+DemuxFilterSettings recordOn(uint16_t pid) {
+    DemuxFilterRecordSettings record{};
+    record.tsIndexMask = static_cast<uint32_t>(DemuxTsIndex::PAYLOAD_UNIT_START_INDICATOR);
+    record.scIndexType = DemuxRecordScIndexType::NONE;
+    record.scIndexMask.sc(0);
+    DemuxTsFilterSettings ts{};
+    ts.tpid = pid;
+    ts.filterSettings.record(record);
+    DemuxFilterSettings settings;
+    settings.ts(ts);
+    return settings;
+}
+
+// The multiplex the service's air carries on 482 MHz, made here: its tables are the same bytes.
+std::vector<uint8_t> localAir(uint64_t untilUs) {
+    mox::sim::SimulatedDriver driver;
+    const auto air = mox::sim::SimulatedDriver::defaultAir();
+    for (size_t t = 0; t < air.size(); ++t) {
+        if (air[t].frequencyMHz != kMultiplexHz / 1000000) continue;
+        auto source = driver.transmitterStream(t);
+        std::vector<uint8_t> out(source->bitRate() / 1504 * 188 * (untilUs / 1000000 + 1));
+        out.resize(source->produce(untilUs, out.data(), out.size() / 188) * 188);
+        return out;
+    }
+    return {};
+}
+
+class DvrStatuses : public IDvrCallback {
+  public:
+    Return<void> onRecordStatus(DemuxFilterStatus status) override {
+        std::lock_guard<std::mutex> guard(mLock);
+        record.push_back(status);
+        return Void();
+    }
+    Return<void> onPlaybackStatus(PlaybackStatus status) override {
+        std::lock_guard<std::mutex> guard(mLock);
+        playback.push_back(status);
+        return Void();
+    }
+    std::vector<PlaybackStatus> playbackSoFar() {
+        std::lock_guard<std::mutex> guard(mLock);
+        return playback;
+    }
+
+  private:
+    std::mutex mLock;
+    std::vector<DemuxFilterStatus> record;
+    std::vector<PlaybackStatus> playback;
+};
+
+// A DVR opened and configured the way a client does, with its queue mapped.
+struct OpenDvr {
+    sp<IDvr> dvr;
+    sp<DvrStatuses> statuses = new DvrStatuses();
+    std::unique_ptr<Queue> queue;
+    EventFlag* flag = nullptr;
+
+    OpenDvr(const sp<IDemux>& demux, DvrType type, uint32_t bytes) {
+        demux->openDvr(type, bytes, statuses, [&](Result r, const sp<IDvr>& d) {
+            if (r == Result::SUCCESS) dvr = d;
+        });
+        if (dvr == nullptr) return;
+        DvrSettings settings;
+        if (type == DvrType::RECORD) {
+            RecordSettings record{};
+            record.statusMask = 0x0F;
+            record.lowThreshold = bytes / 4;
+            record.highThreshold = bytes * 3 / 4;
+            record.dataFormat = DataFormat::TS;
+            record.packetSize = 188;
+            settings.record(record);
+        } else {
+            PlaybackSettings playback{};
+            playback.statusMask = 0x0F;
+            playback.lowThreshold = bytes / 4;
+            playback.highThreshold = bytes * 3 / 4;
+            playback.dataFormat = DataFormat::TS;
+            playback.packetSize = 188;
+            settings.playback(playback);
+        }
+        if (dvr->configure(settings) != Result::SUCCESS) dvr = nullptr;
+        if (dvr == nullptr) return;
+        dvr->getQueueDesc([&](Result r, const MQDescriptorSync<uint8_t>& desc) {
+            if (r == Result::SUCCESS) queue = std::make_unique<Queue>(desc, false);
+        });
+        if (!queue || !queue->isValid() ||
+            EventFlag::createEventFlag(queue->getEventFlagWord(), &flag) != ::android::OK) {
+            dvr = nullptr;
+        }
+    }
+    ~OpenDvr() {
+        if (flag != nullptr) EventFlag::deleteEventFlag(&flag);
     }
 };
 
@@ -340,6 +436,207 @@ TEST_F(DemuxFlowTest, ThePcrClocksAvSyncAndTheTimeFilter) {
     EXPECT_EQ(pcr.filter->close(), Result::SUCCESS);
     EXPECT_EQ(mDemux->close(), Result::SUCCESS);
     EXPECT_EQ(video.filter->close(), Result::INVALID_STATE);
+}
+
+TEST_F(DemuxFlowTest, ARecordFiltersPacketsReachTheDvrWholeAndAsTheAirSentThem) {
+    OpenDvr dvr(mDemux, DvrType::RECORD, 1 << 20);
+    ASSERT_NE(dvr.dvr, nullptr);
+    OpenFilter pat(mDemux, DemuxTsFilterType::RECORD, recordOn(0));
+    ASSERT_NE(pat.filter, nullptr);
+    ASSERT_EQ(dvr.dvr->attachFilter(pat.filter), Result::SUCCESS);
+    ASSERT_EQ(dvr.dvr->start(), Result::SUCCESS);
+    tuneAndLock();
+
+    // The client reads whole packets as they come.
+    std::vector<uint8_t> recorded;
+    ASSERT_TRUE(eventually([&] {
+        const size_t n = dvr.queue->availableToRead();
+        const size_t start = recorded.size();
+        recorded.resize(start + n);
+        if (n > 0 && !dvr.queue->read(recorded.data() + start, n)) recorded.resize(start);
+        return recorded.size() >= 8 * 188;
+    })) << readFile(mLog);
+    ASSERT_EQ(recorded.size() % 188, 0u);
+
+    std::vector<uint8_t> airPat;
+    const std::vector<uint8_t> air = localAir(1000000);
+    for (size_t at = 0; at < air.size() && airPat.empty(); at += 188) {
+        if (air[at + 1] == 0x40 && air[at + 2] == 0x00) airPat.assign(&air[at], &air[at] + 188);
+    }
+    ASSERT_FALSE(airPat.empty());
+    for (size_t at = 0; at < recorded.size(); at += 188) {
+        std::vector<uint8_t> packet(&recorded[at], &recorded[at] + 188);
+        if (at > 0) {
+            EXPECT_EQ(packet[3] & 0x0F, (recorded[at - 188 + 3] + 1) & 0x0F) << at;
+        }
+        packet[3] = airPat[3];
+        ASSERT_EQ(packet, airPat) << "packet " << at / 188;
+    }
+    // Every PAT packet starts a section: the filter says so, packet by packet.
+    const auto events = pat.events->waitFor(8);
+    ASSERT_GE(events.size(), 8u);
+    for (size_t i = 0; i < 8; ++i) {
+        ASSERT_EQ(events[i].getDiscriminator(),
+                  DemuxFilterEvent::Event::hidl_discriminator::tsRecord);
+        EXPECT_EQ(events[i].tsRecord().tsIndexMask,
+                  static_cast<uint32_t>(DemuxTsIndex::PAYLOAD_UNIT_START_INDICATOR));
+        EXPECT_EQ(events[i].tsRecord().byteNumber, i * 188);
+    }
+    EXPECT_EQ(dvr.dvr->stop(), Result::SUCCESS);
+    EXPECT_EQ(dvr.dvr->detachFilter(pat.filter), Result::SUCCESS);
+    EXPECT_EQ(dvr.dvr->detachFilter(pat.filter), Result::INVALID_ARGUMENT);
+    EXPECT_EQ(dvr.dvr->close(), Result::SUCCESS);
+    EXPECT_EQ(pat.filter->close(), Result::SUCCESS);
+}
+
+TEST_F(DemuxFlowTest, APlayedStreamReachesASectionFilterUnchanged) {
+    sp<IDemux> player;
+    mTuner->openDemux([&](Result, uint32_t, const sp<IDemux>& d) { player = d; });
+    ASSERT_NE(player, nullptr);
+    OpenDvr dvr(player, DvrType::PLAYBACK, 1 << 20);
+    ASSERT_NE(dvr.dvr, nullptr);
+    OpenFilter pmt(player, DemuxTsFilterType::SECTION, sectionOn(kPmtPid, 0x02));
+    ASSERT_NE(pmt.filter, nullptr);
+    ASSERT_EQ(dvr.dvr->start(), Result::SUCCESS);
+
+    // A second of the air, written as a client writes a file, a piece at a time.
+    const std::vector<uint8_t> stream = localAir(1000000);
+    std::vector<uint8_t> airPmt;
+    for (size_t at = 0; at < stream.size() && airPmt.empty(); at += 188) {
+        const uint8_t* p = &stream[at];
+        if (((p[1] & 0x1F) << 8 | p[2]) == kPmtPid && (p[1] & 0x40)) {
+            const size_t length = ((p[6] & 0x0F) << 8 | p[7]) + 3;
+            airPmt.assign(p + 5, p + 5 + length);
+        }
+    }
+    ASSERT_FALSE(airPmt.empty());
+    size_t written = 0;
+    ASSERT_TRUE(eventually([&] {
+        const size_t room = dvr.queue->availableToWrite() / 188 * 188;
+        const size_t n = std::min(room, stream.size() - written);
+        if (n > 0 && dvr.queue->write(&stream[written], n)) {
+            written += n;
+            dvr.flag->wake(static_cast<uint32_t>(DemuxQueueNotifyBits::DATA_READY));
+        }
+        return written == stream.size();
+    }));
+    const auto events = pmt.events->waitFor(2);
+    ASSERT_GE(events.size(), 2u) << readFile(mLog);
+    EXPECT_EQ(pmt.read(events[0].section().dataLength), airPmt);
+    EXPECT_TRUE(eventually([&] {
+        const auto statuses = dvr.statuses->playbackSoFar();
+        return !statuses.empty() && statuses.back() == PlaybackStatus::SPACE_EMPTY;
+    })) << "all played";
+    // Closed in any order.
+    EXPECT_EQ(pmt.filter->close(), Result::SUCCESS);
+    EXPECT_EQ(player->close(), Result::SUCCESS);
+    EXPECT_EQ(dvr.dvr->close(), Result::INVALID_STATE);
+}
+
+// A client killed with filters open and a DVR recording: what it held comes back, and another
+// client streams all the while.
+TEST(DemuxCleanupTest, AKilledClientsFiltersAndDvrsAreClosedWhileAnotherStreams) {
+    const std::string log = std::string(getenv("MOX_HIDL_SERVICE_DIR")) + "/cleanup.log";
+    const pid_t service = spawnService(log);
+    ASSERT_TRUE(eventually([] {
+        return waitForChild(forkClient([] { return ITuner::getService() != nullptr ? 0 : 1; })) == 0;
+    })) << readFile(log);
+    const size_t baseline = openDescriptors(service);
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t killed = forkClient([&] {
+        ::android::hardware::configureRpcThreadpool(1, false);
+        sp<ITuner> tuner = ITuner::getService();
+        tuner->getFrontendIds([](Result, const hidl_vec<uint32_t>&) {});
+        sp<IDemux> demux;
+        tuner->openDemux([&](Result, uint32_t, const sp<IDemux>& d) { demux = d; });
+        sp<IFrontend> frontend;
+        tuner->openFrontendById(0, [&](Result, const sp<IFrontend>& f) { frontend = f; });
+        if (demux == nullptr || frontend == nullptr) return 1;
+        demux->setFrontendDataSource(0);
+        OpenFilter video(demux, DemuxTsFilterType::VIDEO, mediaOn(kVideoPid));
+        OpenFilter pat(demux, DemuxTsFilterType::SECTION, sectionOn(0, 0x00));
+        OpenFilter record(demux, DemuxTsFilterType::RECORD, recordOn(kVideoPid));
+        OpenDvr dvr(demux, DvrType::RECORD, 1 << 20);
+        if (video.filter == nullptr || pat.filter == nullptr || record.filter == nullptr ||
+            dvr.dvr == nullptr || dvr.dvr->attachFilter(record.filter) != Result::SUCCESS ||
+            dvr.dvr->start() != Result::SUCCESS) {
+            return 2;
+        }
+        sp<RecordingCallback> events = new RecordingCallback();
+        frontend->setCallback(events);
+        frontend->tune(dvbt(kMultiplexHz));
+        if (!eventually([&] { return pat.events->count() > 0 && dvr.queue->availableToRead(); }))
+            return 3;
+        const char byte = 1;
+        if (write(ready[1], &byte, 1) != 1) return 4;
+        pause();
+        return 0;
+    });
+    char byte = 0;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    close(ready[0]);
+    close(ready[1]);
+
+    // Another client streams from another tuner meanwhile.
+    ::android::hardware::configureRpcThreadpool(2, false);
+    sp<ITuner> tuner = ITuner::getService();
+    ASSERT_NE(tuner, nullptr);
+    tuner->getFrontendIds([](Result, const hidl_vec<uint32_t>&) {});
+    sp<IDemux> demux;
+    uint32_t demuxId = 0;
+    tuner->openDemux([&](Result, uint32_t id, const sp<IDemux>& d) {
+        demux = d;
+        demuxId = id;
+    });
+    ASSERT_NE(demux, nullptr);
+    EXPECT_EQ(demuxId, 2u) << "the killed client holds the first";
+    sp<IFrontend> frontend;
+    tuner->openFrontendById(1, [&](Result, const sp<IFrontend>& f) { frontend = f; });
+    ASSERT_EQ(demux->setFrontendDataSource(1), Result::SUCCESS);
+    OpenFilter pat(demux, DemuxTsFilterType::SECTION, sectionOn(0, 0x00));
+    sp<RecordingCallback> events = new RecordingCallback();
+    frontend->setCallback(events);
+    ASSERT_EQ(frontend->tune(dvbt(650000000)), Result::SUCCESS);
+    ASSERT_TRUE(eventually([&] { return pat.events->count() > 0; })) << readFile(log);
+
+    ASSERT_NE(describeDescriptors(service).find("memfd"), std::string::npos)
+            << "the queues and media memory the service holds for its clients";
+    kill(killed, SIGKILL);
+    waitForChild(killed);
+    const size_t before = pat.events->count();
+    EXPECT_TRUE(eventually([&] { return pat.events->count() > before + 3; })) << "still streaming";
+    // The killed client's queues, media memory, DVR and demux are closed.
+    EXPECT_TRUE(eventually([&] {
+        return readFile(log).find("client " + std::to_string(killed) +
+                                  " is gone; put right what it left: 1 DVR, 1 demux, 3 filter, "
+                                  "1 frontend") != std::string::npos;
+    })) << readFile(log);
+    sp<IDemux> again;
+    uint32_t againId = 0;
+    EXPECT_TRUE(eventually([&] {
+        tuner->openDemux([&](Result r, uint32_t id, const sp<IDemux>& d) {
+            if (r == Result::SUCCESS) {
+                again = d;
+                againId = id;
+            }
+        });
+        return againId == 1;
+    })) << "the killed client's demux id is free again";
+    EXPECT_EQ(pat.filter->close(), Result::SUCCESS);
+    EXPECT_EQ(demux->close(), Result::SUCCESS);
+    if (again != nullptr) again->close();
+    frontend->close();
+    // No queue or media memory of either client is left: only this live client's sockets
+    // stand above what the service held before any client came.
+    EXPECT_TRUE(eventually([&] {
+        return describeDescriptors(service).find("memfd") == std::string::npos &&
+               openDescriptors(service) <= baseline + 3;
+    })) << openDescriptors(service)
+        << " descriptors, " << baseline << " before:\n"
+        << describeDescriptors(service) << readFile(log);
+    kill(service, SIGTERM);
+    waitForChild(service);
 }
 
 }  // namespace

@@ -18,7 +18,9 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 
+#include "DvrQueue.h"
 #include "FilterQueue.h"
 #include "demux/DemuxEngine.h"
 
@@ -38,6 +40,8 @@ class Demux : public IDemux {
     static constexpr uint64_t kMaxQueueBytesPerDemux = 256ull << 20;
     // How often the input reads its tuner, in real time.
     static constexpr uint32_t kInputPeriodUs = 5000;
+    // DVRs a demux holds at once.
+    static constexpr size_t kMaxDvrs = 8;
 
     Demux(uint32_t demuxId, sp<Tuner> tuner);
     ~Demux() override;
@@ -70,6 +74,13 @@ class Demux : public IDemux {
     Result releaseAvHandle(uint32_t id, uint64_t avDataId);
     Result closeFilter(uint32_t id);
     Result filterQueueDescriptor(uint32_t id, MQDescriptorSync<uint8_t>& descriptor);
+    // What the demux's DVRs ask of it (Dvr is their face to the client).
+    Result configureDvr(uint32_t id, const DvrSettings& settings);
+    Result attachToDvr(uint32_t id, const sp<IFilter>& filter, bool attach);
+    Result runDvr(uint32_t id, bool run);
+    Result dvrExists(uint32_t id);
+    Result closeDvr(uint32_t id);
+    Result dvrQueueDescriptor(uint32_t id, MQDescriptorSync<uint8_t>& descriptor);
     // The source time: the latest PCR a PCR filter of the demux saw, 90 kHz.
     std::optional<uint64_t> sourceTime();
 
@@ -87,7 +98,20 @@ class Demux : public IDemux {
         bool running = false;
         const IFilter* face = nullptr;  // the client's filter object, to know it when handed back
     };
+    struct DvrEntry {
+        std::shared_ptr<DvrQueue> queue;  // shared with the playback thread while it waits
+        std::set<uint32_t> attached;      // record filters
+        uint32_t bufferSize = 0;
+        const IDvr* face = nullptr;
+    };
+
     FilterEntry* filterLocked(uint32_t id) REQUIRES(mLock);
+    DvrEntry* dvrLocked(uint32_t id) REQUIRES(mLock);
+    // The filter a client handed back, by its object.
+    std::map<uint32_t, FilterEntry>::iterator filterOfLocked(const sp<IFilter>& filter)
+            REQUIRES(mLock);
+    void detachLocked(uint32_t filterId) REQUIRES(mLock);
+    void playbackLoop(uint64_t generation, std::shared_ptr<DvrQueue> queue);
     uint64_t queueBytesLocked() const REQUIRES(mLock);
     // The engine's work on packets, then what waits in each filter is sent.
     void process(const uint8_t* packets, size_t size) EXCLUDES(mLock);
@@ -105,6 +129,11 @@ class Demux : public IDemux {
     // client opens never filter), freed when the demux closes.
     std::unique_ptr<mox::demux::DemuxEngine> mEngine GUARDED_BY(mLock);
     std::map<uint32_t, FilterEntry> mFilters GUARDED_BY(mLock);
+    std::map<uint32_t, DvrEntry> mDvrs GUARDED_BY(mLock);
+    // A started playback DVR is the demux's input instead of its frontend; its thread runs
+    // while its generation is the current one.
+    bool mPlaying GUARDED_BY(mLock) = false;
+    uint64_t mPlaybackGeneration GUARDED_BY(mLock) = 0;
     std::optional<uint32_t> mFrontendId GUARDED_BY(mLock);
     bool mClosed GUARDED_BY(mLock) = false;
     // The input thread runs while its generation is the current one; a stop or close moves the

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "AvMemoryFile.h"
+#include "DvrQueue.h"
 #include "demux/AvMemory.h"
 #include "demux/FilterSink.h"
 
@@ -48,6 +49,10 @@ class FilterQueue : public mox::demux::FilterSink {
     void event(const mox::demux::FilterEvent& event) override;
     void status(DemuxFilterStatus status) override;
 
+    // A record filter attached to a DVR writes its packets there; null: to its own queue.
+    void setRecordTarget(DvrQueue* target) { mRecordTarget = target; }
+    DvrQueue* recordTarget() const { return mRecordTarget; }
+
     // What waits to be sent, taken out.
     FilterDelivery take();
     uint64_t droppedEvents() const { return mDroppedEvents; }
@@ -60,6 +65,7 @@ class FilterQueue : public mox::demux::FilterSink {
     sp<IFilterCallback> mCallback;
     FilterDelivery mPending;
     uint64_t mDroppedEvents = 0;
+    DvrQueue* mRecordTarget = nullptr;
 };
 
 }  // namespace android::hardware::tv::tuner::V1_0::implementation

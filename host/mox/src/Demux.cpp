@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "Dvr.h"
 #include "Filter.h"
 #include "TimeFilter.h"
 #include "frontend/Frontend.h"
@@ -133,6 +134,7 @@ Return<Result> Demux::close() {
     // Freed after the lock: queues and the engine may be large.
     std::unique_ptr<mox::demux::DemuxEngine> engine;
     std::map<uint32_t, FilterEntry> filters;
+    std::map<uint32_t, DvrEntry> dvrs;
     {
         ::android::Mutex::Autolock guard(mLock);
         mClosed = true;
@@ -142,17 +144,16 @@ Return<Result> Demux::close() {
         }
         filters = std::move(mFilters);
         mFilters.clear();
+        dvrs = std::move(mDvrs);
+        mDvrs.clear();
+        mPlaying = false;
+        ++mPlaybackGeneration;
         engine = std::move(mEngine);
         mInputChanged.broadcast();
     }
     mInputRunning = false;
     if (callback != nullptr) callback(mTuner.get(), static_cast<int>(mDemuxId));
     return Result::SUCCESS;
-}
-
-Return<void> Demux::openDvr(DvrType, uint32_t, const sp<IDvrCallback>&, openDvr_cb _hidl_cb) {
-    _hidl_cb(Result::UNAVAILABLE, nullptr);
-    return Void();
 }
 
 Return<Result> Demux::connectCiCam(uint32_t) {

@@ -15,6 +15,7 @@ uint64_t Demux::queueBytesLocked() const {
                 entry.type == DemuxTsFilterType::AUDIO || entry.type == DemuxTsFilterType::VIDEO;
         bytes += uint64_t{entry.bufferSize} * (media ? 2 : 1);
     }
+    for (const auto& [id, dvr] : mDvrs) bytes += dvr.bufferSize;
     return bytes;
 }
 
@@ -79,6 +80,7 @@ Result Demux::closeFilter(uint32_t id) {
         FilterEntry* entry = filterLocked(id);
         if (entry == nullptr) return Result::INVALID_STATE;
         if (entry->engineId) mEngine->removeFilter(*entry->engineId);
+        detachLocked(id);
         queue = std::move(entry->queue);
         mFilters.erase(id);
     }

@@ -67,14 +67,21 @@ void Demux::inputLoop(uint64_t generation) {
     const std::optional<uint8_t> tuner = tunerIndex();
     if (input == nullptr || !tuner) return;  // nothing feeds it: its filters wait
     std::vector<uint8_t> buffer(kChunkPackets * mox::demux::kTsPacketSize);
-    // What came before the start is not the demux's.
+    // What came before the start is not the demux's, nor what came while a playback DVR was
+    // its input.
     uint64_t from = input->nowUs();
     for (;;) {
+        bool playing = false;
         {
             ::android::Mutex::Autolock guard(mLock);
             if (generation != mInputGeneration) return;
             mInputChanged.waitRelative(mLock, int64_t{kInputPeriodUs} * 1000);
             if (generation != mInputGeneration) return;
+            playing = mPlaying;
+        }
+        if (playing) {
+            from = input->nowUs();
+            continue;
         }
         for (int chunk = 0; chunk < kChunksPerRound; ++chunk) {
             const size_t n = input->read(*tuner, from, buffer.data(), kChunkPackets);
@@ -87,20 +94,32 @@ void Demux::inputLoop(uint64_t generation) {
 
 void Demux::process(const uint8_t* packets, size_t size) {
     std::vector<FilterDelivery> deliveries;
+    std::vector<DvrDelivery> dvrDeliveries;
     {
         ::android::Mutex::Autolock guard(mLock);
-        if (!mEngine) return;
-        // What the clients read since the last round lowers their queues' fill first.
-        for (auto& [id, entry] : mFilters) {
-            if (entry.engineId && entry.running) mEngine->drained(*entry.engineId);
+        if (mEngine) {
+            // What the clients read since the last round lowers their queues' fill first.
+            for (auto& [id, entry] : mFilters) {
+                if (entry.engineId && entry.running) mEngine->drained(*entry.engineId);
+            }
+            for (auto& [id, dvr] : mDvrs) dvr.queue->recordDrained();
+            if (size > 0) mEngine->packets(packets, size);
         }
-        mEngine->packets(packets, size);
         for (auto& [id, entry] : mFilters) {
             FilterDelivery d = entry.queue->take();
             if (!d.empty()) deliveries.push_back(std::move(d));
         }
+        for (auto& [id, dvr] : mDvrs) {
+            DvrDelivery d = dvr.queue->take();
+            if (!d.empty()) dvrDeliveries.push_back(std::move(d));
+        }
     }
     for (FilterDelivery& d : deliveries) send(d);
+    for (DvrDelivery& d : dvrDeliveries) {
+        if (d.callback == nullptr) continue;
+        for (DemuxFilterStatus s : d.recordStatuses) d.callback->onRecordStatus(s).isOk();
+        for (PlaybackStatus s : d.playbackStatuses) d.callback->onPlaybackStatus(s).isOk();
+    }
 }
 
 void Demux::feedForTest(const uint8_t* packets, size_t size) {

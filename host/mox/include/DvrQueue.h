@@ -1,0 +1,82 @@
+// A DVR's queue and statuses. A record DVR's queue takes the packets of the record filters
+// attached to it, with the record statuses of its settings' thresholds; a playback DVR's queue
+// is written by the client and read by the demux as its input, with the playback statuses as it
+// fills and empties. Touched only under its demux's lock; the statuses wait there to be sent
+// with no lock held.
+#pragma once
+
+#include <android/hardware/tv/tuner/1.0/IDvrCallback.h>
+#include <fmq/EventFlag.h>
+#include <fmq/MessageQueue.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "demux/FilterStatusTracker.h"
+
+namespace android::hardware::tv::tuner::V1_0::implementation {
+
+struct DvrDelivery {
+    sp<IDvrCallback> callback;
+    std::vector<DemuxFilterStatus> recordStatuses;
+    std::vector<PlaybackStatus> playbackStatuses;
+
+    bool empty() const { return recordStatuses.empty() && playbackStatuses.empty(); }
+};
+
+class DvrQueue {
+  public:
+    static constexpr size_t kPacketSize = 188;
+
+    DvrQueue(DvrType type, size_t bytes, sp<IDvrCallback> callback);
+    ~DvrQueue();
+
+    bool isValid() const;
+    DvrType type() const { return mType; }
+    const MQDescriptorSync<uint8_t>& descriptor() const { return *mQueue->getDesc(); }
+    // INVALID_ARGUMENT for settings of the other type, a format other than TS in 188-byte
+    // packets, or thresholds that do not fit the queue.
+    Result configure(const DvrSettings& settings);
+    bool isConfigured() const { return mConfigured; }
+    void setRunning(bool running) { mRunning = running; }
+    bool isRunning() const { return mRunning; }
+
+    // Record: all of the bytes or none; false (counted) when they do not fit or the DVR is not
+    // recording.
+    bool record(const uint8_t* data, size_t size);
+    size_t recordFill() const;
+    uint64_t recordDrops() const { return mRecordDrops; }
+    // The client read from a record queue: statuses as it drains.
+    void recordDrained();
+
+    // Playback: whole packets the client wrote, at most maxPackets; the statuses of the space
+    // left follow.
+    size_t play(uint8_t* out, size_t maxPackets);
+    // Waits at most timeoutNs for the client to say it wrote (a word the client may set at will:
+    // never longer than the timeout).
+    void awaitPlayback(int64_t timeoutNs);
+
+    DvrDelivery take();
+
+  private:
+    void playbackLevel();
+
+    using Queue = MessageQueue<uint8_t, kSynchronizedReadWrite>;
+    const DvrType mType;
+    std::unique_ptr<Queue> mQueue;
+    EventFlag* mEventFlag = nullptr;
+    sp<IDvrCallback> mCallback;
+    bool mConfigured = false;
+    bool mRunning = false;
+    std::optional<mox::demux::FilterStatusTracker> mRecordTracker;
+    uint32_t mPlaybackMask = 0;
+    size_t mLow = 0;
+    size_t mHigh = 0;
+    std::optional<PlaybackStatus> mPlaybackLevel;
+    uint64_t mRecordDrops = 0;
+    DvrDelivery mPending;
+};
+
+}  // namespace android::hardware::tv::tuner::V1_0::implementation

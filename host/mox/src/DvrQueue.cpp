@@ -1,0 +1,133 @@
+#include "DvrQueue.h"
+
+#include <utility>
+
+namespace android::hardware::tv::tuner::V1_0::implementation {
+namespace {
+
+// Statuses a DVR keeps for its next delivery.
+constexpr size_t kMaxPendingStatuses = 64;
+
+}  // namespace
+
+DvrQueue::DvrQueue(DvrType type, size_t bytes, sp<IDvrCallback> callback)
+    : mType(type), mQueue(std::make_unique<Queue>(bytes, true)), mCallback(std::move(callback)) {
+    if (mQueue->isValid()) EventFlag::createEventFlag(mQueue->getEventFlagWord(), &mEventFlag);
+}
+
+DvrQueue::~DvrQueue() {
+    if (mEventFlag != nullptr) EventFlag::deleteEventFlag(&mEventFlag);
+}
+
+bool DvrQueue::isValid() const {
+    return mQueue->isValid() && mEventFlag != nullptr;
+}
+
+Result DvrQueue::configure(const DvrSettings& settings) {
+    const size_t capacity = mQueue->getQuantumCount();
+    if (mType == DvrType::RECORD) {
+        if (settings.getDiscriminator() != DvrSettings::hidl_discriminator::record)
+            return Result::INVALID_ARGUMENT;
+        const RecordSettings& r = settings.record();
+        if (r.dataFormat != DataFormat::TS || r.packetSize != kPacketSize ||
+            r.lowThreshold >= r.highThreshold || r.highThreshold > capacity) {
+            return Result::INVALID_ARGUMENT;
+        }
+        mRecordTracker.emplace(r.lowThreshold, r.highThreshold, static_cast<uint8_t>(r.statusMask));
+    } else {
+        if (settings.getDiscriminator() != DvrSettings::hidl_discriminator::playback)
+            return Result::INVALID_ARGUMENT;
+        const PlaybackSettings& p = settings.playback();
+        if (p.dataFormat != DataFormat::TS || p.packetSize != kPacketSize ||
+            p.lowThreshold >= p.highThreshold || p.highThreshold > capacity) {
+            return Result::INVALID_ARGUMENT;
+        }
+        mPlaybackMask = p.statusMask;
+        mLow = p.lowThreshold;
+        mHigh = p.highThreshold;
+        mPlaybackLevel.reset();
+    }
+    mConfigured = true;
+    return Result::SUCCESS;
+}
+
+bool DvrQueue::record(const uint8_t* data, size_t size) {
+    const bool written = mRunning && mType == DvrType::RECORD && mRecordTracker &&
+                         size <= mQueue->availableToWrite() && mQueue->write(data, size);
+    if (!written) {
+        ++mRecordDrops;
+        if (mRecordTracker && mRunning) {
+            const uint8_t bits = mRecordTracker->refused();
+            for (uint8_t b = 1; b != 0 && b <= 0x08; b <<= 1) {
+                if ((bits & b) && mPending.recordStatuses.size() < kMaxPendingStatuses)
+                    mPending.recordStatuses.push_back(static_cast<DemuxFilterStatus>(b));
+            }
+        }
+        return false;
+    }
+    mEventFlag->wake(static_cast<uint32_t>(DemuxQueueNotifyBits::DATA_READY));
+    recordDrained();
+    return true;
+}
+
+size_t DvrQueue::recordFill() const {
+    return mQueue->availableToRead();
+}
+
+void DvrQueue::recordDrained() {
+    if (!mRecordTracker) return;
+    const uint8_t bits = mRecordTracker->filled(recordFill());
+    for (uint8_t b = 1; b != 0 && b <= 0x08; b <<= 1) {
+        if ((bits & b) && mPending.recordStatuses.size() < kMaxPendingStatuses)
+            mPending.recordStatuses.push_back(static_cast<DemuxFilterStatus>(b));
+    }
+}
+
+size_t DvrQueue::play(uint8_t* out, size_t maxPackets) {
+    if (mType != DvrType::PLAYBACK || !mRunning) return 0;
+    const size_t packets = std::min(maxPackets, mQueue->availableToRead() / kPacketSize);
+    if (packets > 0 && !mQueue->read(out, packets * kPacketSize)) return 0;
+    if (packets > 0) mEventFlag->wake(static_cast<uint32_t>(DemuxQueueNotifyBits::DATA_CONSUMED));
+    playbackLevel();
+    return packets;
+}
+
+void DvrQueue::awaitPlayback(int64_t timeoutNs) {
+    uint32_t state = 0;
+    mEventFlag->wait(static_cast<uint32_t>(DemuxQueueNotifyBits::DATA_READY), &state, timeoutNs,
+                     false);
+}
+
+// The space left, as one of four levels (nothing between the thresholds); each change of level
+// is reported once.
+void DvrQueue::playbackLevel() {
+    const size_t fill = mQueue->availableToRead();
+    const size_t capacity = mQueue->getQuantumCount();
+    PlaybackStatus level;
+    if (fill == 0) {
+        level = PlaybackStatus::SPACE_EMPTY;
+    } else if (capacity - fill < kPacketSize) {
+        level = PlaybackStatus::SPACE_FULL;
+    } else if (fill >= mHigh) {
+        level = PlaybackStatus::SPACE_ALMOST_FULL;
+    } else if (fill <= mLow) {
+        level = PlaybackStatus::SPACE_ALMOST_EMPTY;
+    } else {
+        return;
+    }
+    if (mPlaybackLevel == level) return;
+    mPlaybackLevel = level;
+    if ((mPlaybackMask & static_cast<uint32_t>(level)) != 0 &&
+        mPending.playbackStatuses.size() < kMaxPendingStatuses) {
+        mPending.playbackStatuses.push_back(level);
+    }
+}
+
+DvrDelivery DvrQueue::take() {
+    DvrDelivery out = std::move(mPending);
+    mPending = DvrDelivery{};
+    out.callback = mCallback;
+    return out;
+}
+
+}  // namespace android::hardware::tv::tuner::V1_0::implementation
