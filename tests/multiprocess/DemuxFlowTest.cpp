@@ -9,7 +9,10 @@
 #include <hidl/HidlTransportSupport.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 
+#include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <cstring>
 #include <memory>
@@ -67,6 +70,10 @@ class FilterEvents : public IFilterCallback {
     size_t count() {
         std::lock_guard<std::mutex> guard(mLock);
         return mEvents.size();
+    }
+    bool sawStatus(DemuxFilterStatus status) {
+        std::lock_guard<std::mutex> guard(mLock);
+        return std::find(mStatuses.begin(), mStatuses.end(), status) != mStatuses.end();
     }
 
   private:
@@ -126,6 +133,7 @@ struct OpenFilter {
     sp<IFilter> filter;
     sp<FilterEvents> events = new FilterEvents();
     std::unique_ptr<Queue> queue;
+    MQDescriptorSync<uint8_t> descriptor;
     EventFlag* flag = nullptr;
     uint32_t id = 0;
 
@@ -141,6 +149,7 @@ struct OpenFilter {
         if (filter == nullptr) return;
         filter->getQueueDesc([&](Result r, const MQDescriptorSync<uint8_t>& desc) {
             if (r == Result::SUCCESS) queue = std::make_unique<Queue>(desc, false);
+            if (r == Result::SUCCESS) descriptor = desc;
         });
         if (!queue || !queue->isValid() ||
             EventFlag::createEventFlag(queue->getEventFlagWord(), &flag) != ::android::OK) {
@@ -216,6 +225,7 @@ struct OpenDvr {
     sp<IDvr> dvr;
     sp<DvrStatuses> statuses = new DvrStatuses();
     std::unique_ptr<Queue> queue;
+    MQDescriptorSync<uint8_t> descriptor;
     EventFlag* flag = nullptr;
 
     OpenDvr(const sp<IDemux>& demux, DvrType type, uint32_t bytes) {
@@ -245,6 +255,7 @@ struct OpenDvr {
         if (dvr == nullptr) return;
         dvr->getQueueDesc([&](Result r, const MQDescriptorSync<uint8_t>& desc) {
             if (r == Result::SUCCESS) queue = std::make_unique<Queue>(desc, false);
+            if (r == Result::SUCCESS) descriptor = desc;
         });
         if (!queue || !queue->isValid() ||
             EventFlag::createEventFlag(queue->getEventFlagWord(), &flag) != ::android::OK) {
@@ -254,6 +265,37 @@ struct OpenDvr {
     ~OpenDvr() {
         if (flag != nullptr) EventFlag::deleteEventFlag(&flag);
     }
+};
+
+// A queue's memory as a broken client sees it: mapped whole, positions and flag word its own to
+// scribble on (the memory is writable by both sides, as libfmq's is).
+class QueueMemory {
+  public:
+    explicit QueueMemory(const MQDescriptorSync<uint8_t>& d) : mDescriptor(d) {
+        struct stat st {};
+        const int fd = d.handle()->data[0];
+        if (fstat(fd, &st) != 0) return;
+        mSize = size_t(st.st_size);
+        void* base = mmap(nullptr, mSize, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+        if (base != MAP_FAILED) mBase = static_cast<uint8_t*>(base);
+    }
+    ~QueueMemory() {
+        if (mBase != nullptr) munmap(mBase, mSize);
+    }
+    bool mapped() const { return mBase != nullptr; }
+    // Grantors: 0 the read position, 1 the write position, 3 the event-flag word.
+    std::atomic<uint64_t>* position(size_t grantor) {
+        return reinterpret_cast<std::atomic<uint64_t>*>(mBase +
+                                                        mDescriptor.grantors()[grantor].offset);
+    }
+    std::atomic<uint32_t>* flagWord() {
+        return reinterpret_cast<std::atomic<uint32_t>*>(mBase + mDescriptor.grantors()[3].offset);
+    }
+
+  private:
+    MQDescriptorSync<uint8_t> mDescriptor;
+    uint8_t* mBase = nullptr;
+    size_t mSize = 0;
 };
 
 uint32_t crc32(const uint8_t* data, size_t size) {
@@ -531,6 +573,52 @@ TEST_F(DemuxFlowTest, APlayedStreamReachesASectionFilterUnchanged) {
     EXPECT_EQ(pmt.filter->close(), Result::SUCCESS);
     EXPECT_EQ(player->close(), Result::SUCCESS);
     EXPECT_EQ(dvr.dvr->close(), Result::INVALID_STATE);
+}
+
+// What a client writes into its queues' memory breaks its own queues only: a filter whose read
+// position lies takes nothing more (OVERFLOW), a playback DVR whose write position lies plays
+// nothing, a flag word changed without end never holds the service up, and the service's
+// other queues and answers go on.
+TEST_F(DemuxFlowTest, NonsenseInQueueMemoryBreaksOnlyThatQueue) {
+    OpenFilter lied(mDemux, DemuxTsFilterType::SECTION, sectionOn(0, 0x00));
+    OpenFilter honest(mDemux, DemuxTsFilterType::SECTION, sectionOn(kPmtPid, 0x02));
+    ASSERT_NE(lied.filter, nullptr);
+    ASSERT_NE(honest.filter, nullptr);
+    QueueMemory filterMemory(lied.descriptor);
+    ASSERT_TRUE(filterMemory.mapped());
+    filterMemory.position(0)->store(0xFFFFFFFF00000000ull);
+
+    sp<IDemux> player;
+    mTuner->openDemux([&](Result, uint32_t, const sp<IDemux>& d) { player = d; });
+    ASSERT_NE(player, nullptr);
+    OpenDvr dvr(player, DvrType::PLAYBACK, 1 << 16);
+    ASSERT_NE(dvr.dvr, nullptr);
+    OpenFilter played(player, DemuxTsFilterType::SECTION, sectionOn(0, 0x00));
+    ASSERT_EQ(dvr.dvr->start(), Result::SUCCESS);
+    QueueMemory dvrMemory(dvr.descriptor);
+    ASSERT_TRUE(dvrMemory.mapped());
+    dvrMemory.position(1)->store(uint64_t{1} << 40);  // more written than the ring holds
+    std::atomic<bool> scribbling{true};
+    std::thread scribbler([&] {
+        for (uint32_t v = 0; scribbling; ++v) {
+            dvrMemory.flagWord()->store(v * 2654435761u);
+            std::this_thread::yield();
+        }
+    });
+
+    tuneAndLock();
+    EXPECT_GE(honest.events->waitFor(3).size(), 3u) << readFile(mLog);
+    EXPECT_TRUE(eventually([&] { return lied.events->sawStatus(DemuxFilterStatus::OVERFLOW); }));
+    EXPECT_EQ(lied.events->count(), 0u);
+    EXPECT_EQ(played.events->count(), 0u);
+    // The DVR's thread is never stuck on the word: the DVR stops and closes at once.
+    EXPECT_EQ(dvr.dvr->stop(), Result::SUCCESS);
+    EXPECT_EQ(dvr.dvr->close(), Result::SUCCESS);
+    scribbling = false;
+    scribbler.join();
+    EXPECT_EQ(player->close(), Result::SUCCESS);
+    EXPECT_EQ(lied.filter->close(), Result::SUCCESS);
+    EXPECT_EQ(honest.filter->close(), Result::SUCCESS);
 }
 
 // A client killed with filters open and a DVR recording: what it held comes back, and another

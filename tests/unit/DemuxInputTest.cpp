@@ -134,3 +134,82 @@ TEST_F(DemuxInputTest, ReadsOnlyBetweenLockAndStopTuneFromTheStart) {
 }
 
 }  // namespace
+
+namespace {
+
+DemuxFilterType typeOf(DemuxFilterMainType main, DemuxTsFilterType sub) {
+    DemuxFilterType type{};
+    type.mainType = main;
+    type.subType.tsFilterType(sub);
+    return type;
+}
+
+Result openFilter(const sp<IDemux>& demux, DemuxFilterType type, uint32_t bytes,
+                  std::vector<sp<IFilter>>& kept) {
+    Result result = Result::UNKNOWN_ERROR;
+    demux->openFilter(type, bytes, nullptr, [&](Result r, const sp<IFilter>& f) {
+        result = r;
+        if (f != nullptr) kept.push_back(f);
+    });
+    return result;
+}
+
+// Every bound a client could push: a number in the code, and the answer past it.
+TEST_F(DemuxInputTest, EachBoundOfADemuxHasItsAnswer) {
+    sp<Tuner> tuner = new Tuner();
+    sp<IDemux> demux;
+    tuner->openDemux([&](Result, uint32_t, const sp<IDemux>& d) { demux = d; });
+    ASSERT_NE(demux, nullptr);
+    const DemuxFilterType section = typeOf(DemuxFilterMainType::TS, DemuxTsFilterType::SECTION);
+    std::vector<sp<IFilter>> kept;
+
+    struct Case {
+        const char* what;
+        DemuxFilterType type;
+        uint32_t bytes;
+        Result expected;
+    };
+    const Case cases[] = {
+            {"no bytes", section, 0, Result::INVALID_ARGUMENT},
+            {"past a filter's bound", section, Demux::kMaxFilterBufferBytes + 1,
+             Result::INVALID_ARGUMENT},
+            {"a filter's bound", section, Demux::kMaxFilterBufferBytes, Result::SUCCESS},
+            {"another main type", typeOf(DemuxFilterMainType::MMTP, DemuxTsFilterType::SECTION),
+             4096, Result::UNAVAILABLE},
+            {"no sub type", typeOf(DemuxFilterMainType::TS, DemuxTsFilterType::UNDEFINED), 4096,
+             Result::INVALID_ARGUMENT},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(openFilter(demux, c.type, c.bytes, kept), c.expected) << c.what;
+    }
+    // The demux's queues together: 256 MiB, 32 of them taken above.
+    const uint64_t left = Demux::kMaxQueueBytesPerDemux - Demux::kMaxFilterBufferBytes;
+    for (uint64_t i = 0; i < left / Demux::kMaxFilterBufferBytes; ++i) {
+        ASSERT_EQ(openFilter(demux, section, Demux::kMaxFilterBufferBytes, kept), Result::SUCCESS);
+    }
+    EXPECT_EQ(openFilter(demux, section, 188, kept), Result::OUT_OF_MEMORY);
+    kept.clear();  // dropped, they close themselves and give their bytes back
+
+    for (size_t i = 0; i < Demux::kMaxFilters; ++i) {
+        ASSERT_EQ(openFilter(demux, section, 4096, kept), Result::SUCCESS) << i;
+    }
+    EXPECT_EQ(openFilter(demux, section, 4096, kept), Result::UNAVAILABLE);
+    kept.clear();
+
+    std::vector<sp<IDvr>> dvrs;
+    auto openDvr = [&](uint32_t bytes) {
+        Result result = Result::UNKNOWN_ERROR;
+        demux->openDvr(DvrType::RECORD, bytes, nullptr, [&](Result r, const sp<IDvr>& d) {
+            result = r;
+            if (d != nullptr) dvrs.push_back(d);
+        });
+        return result;
+    };
+    EXPECT_EQ(openDvr(100), Result::INVALID_ARGUMENT) << "less than a packet";
+    for (size_t i = 0; i < Demux::kMaxDvrs; ++i) ASSERT_EQ(openDvr(1 << 16), Result::SUCCESS);
+    EXPECT_EQ(openDvr(1 << 16), Result::UNAVAILABLE);
+    EXPECT_EQ(demux->close(), Result::SUCCESS);
+    EXPECT_EQ(openFilter(demux, section, 4096, kept), Result::INVALID_STATE) << "closed";
+}
+
+}  // namespace
