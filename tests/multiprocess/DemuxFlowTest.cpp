@@ -119,6 +119,18 @@ DemuxFilterSettings mediaOn(uint16_t pid) {
     return settings;
 }
 
+DemuxFilterSettings pesOn(uint16_t pid) {
+    DemuxFilterPesDataSettings pes{};
+    pes.streamId = 0xC0;  // the first MPEG audio stream
+    pes.isRaw = false;
+    DemuxTsFilterSettings ts{};
+    ts.tpid = pid;
+    ts.filterSettings.pesData(pes);
+    DemuxFilterSettings settings;
+    settings.ts(ts);
+    return settings;
+}
+
 DemuxFilterSettings plainOn(uint16_t pid) {
     DemuxTsFilterSettings ts{};
     ts.tpid = pid;
@@ -390,9 +402,24 @@ TEST_F(DemuxFlowTest, ASectionFilterDeliversThePatAndAPmtFilterThePmtAfterATune)
 TEST_F(DemuxFlowTest, VideoAndAudioFramesArriveInMemoryTheClientMaps) {
     OpenFilter video(mDemux, DemuxTsFilterType::VIDEO, mediaOn(kVideoPid));
     OpenFilter audio(mDemux, DemuxTsFilterType::AUDIO, mediaOn(kAudioPid));
+    OpenFilter pes(mDemux, DemuxTsFilterType::PES, pesOn(kAudioPid));
     ASSERT_NE(video.filter, nullptr);
     ASSERT_NE(audio.filter, nullptr);
+    ASSERT_NE(pes.filter, nullptr);
     tuneAndLock();
+
+    // The same audio as whole PES packets in the PES filter's queue.
+    const auto pesEvents = pes.events->waitFor(2);
+    ASSERT_GE(pesEvents.size(), 2u) << readFile(mLog);
+    for (size_t i = 0; i < 2; ++i) {
+        ASSERT_EQ(pesEvents[i].getDiscriminator(), DemuxFilterEvent::Event::hidl_discriminator::pes);
+        EXPECT_EQ(pesEvents[i].pes().streamId, 0xC0);
+        const std::vector<uint8_t> packet = pes.read(pesEvents[i].pes().dataLength);
+        ASSERT_GE(packet.size(), 14u);
+        EXPECT_EQ(std::vector<uint8_t>(packet.begin(), packet.begin() + 4),
+                  (std::vector<uint8_t>{0x00, 0x00, 0x01, 0xC0}));
+        EXPECT_EQ(size_t(packet[4] << 8 | packet[5]) + 6, packet.size()) << "whole, as it says";
+    }
 
     struct Expectation {
         OpenFilter* filter;
@@ -429,6 +456,7 @@ TEST_F(DemuxFlowTest, VideoAndAudioFramesArriveInMemoryTheClientMaps) {
     EXPECT_EQ(video.filter->close(), Result::SUCCESS);
     EXPECT_EQ(audio.filter->close(), Result::SUCCESS);
     EXPECT_EQ(mDemux->close(), Result::SUCCESS);
+    EXPECT_EQ(pes.filter->close(), Result::INVALID_STATE);
 }
 
 TEST_F(DemuxFlowTest, ThePcrClocksAvSyncAndTheTimeFilter) {
