@@ -161,10 +161,12 @@ Result Demux::dvrQueueDescriptor(uint32_t id, MQDescriptorSync<uint8_t>& descrip
 
 void Demux::playbackLoop(uint64_t generation, std::shared_ptr<DvrQueue> queue) {
     std::vector<uint8_t> buffer(kPlayPackets * DvrQueue::kPacketSize);
+    size_t packets = 0;
     for (;;) {
-        // The flag word is in memory the client writes too: the wait never outlasts its bound.
-        queue->awaitPlayback(kPlaybackWaitNs);
-        size_t packets = 0;
+        // Waits only once the queue is drained: the client's one wake may stand for more than a
+        // round takes. The flag word is in memory the client writes too: the wait never outlasts
+        // its bound.
+        if (packets < kPlayPackets) queue->awaitPlayback(kPlaybackWaitNs);
         {
             ::android::Mutex::Autolock guard(mLock);
             if (generation != mPlaybackGeneration) return;
