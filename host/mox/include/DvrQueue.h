@@ -50,6 +50,9 @@ class DvrQueue {
     uint64_t recordDrops() const { return mRecordDrops; }
     // The client read from a record queue: statuses as it drains.
     void recordDrained();
+    // Tells the client that what was recorded since the last call is there: once a round of
+    // packets, not once a packet (each wake may cost the client a switch).
+    void signalRecorded();
 
     // Playback: whole packets the client wrote, at most maxPackets; the statuses of the space
     // left follow.
@@ -76,6 +79,7 @@ class DvrQueue {
     size_t mHigh = 0;
     std::optional<PlaybackStatus> mPlaybackLevel;
     uint64_t mRecordDrops = 0;
+    bool mRecorded = false;  // since the last signalRecorded()
     DvrDelivery mPending;
 };
 

@@ -65,9 +65,15 @@ bool DvrQueue::record(const uint8_t* data, size_t size) {
         }
         return false;
     }
-    mEventFlag->wake(static_cast<uint32_t>(DemuxQueueNotifyBits::DATA_READY));
+    mRecorded = true;
     recordDrained();
     return true;
+}
+
+void DvrQueue::signalRecorded() {
+    if (!mRecorded) return;
+    mRecorded = false;
+    mEventFlag->wake(static_cast<uint32_t>(DemuxQueueNotifyBits::DATA_READY));
 }
 
 size_t DvrQueue::recordFill() const {
