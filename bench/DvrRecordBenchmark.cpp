@@ -3,9 +3,10 @@
 // Measured ("ns", "mbit_s"): one second of the built-in box's DVB-S multiplex (38 Mbit/s, every
 // packet of it) goes from this process into a playback DVR of a demux of the service process (the
 // service binary itself), through a record filter on each of the multiplex's PIDs (with the
-// payload-unit-start index a recorder asks for), into a record DVR whose queue this process reads
-// until all of it is back. The air cannot be used: it runs at its own pace on the simulated
-// clock, so a playback DVR is the source and the stream moves as fast as the path lets it.
+// payload-unit-start index a recorder asks for in /1, sent to this process as filter events; none
+// in /0), into a record DVR whose queue this process reads until all of it is back. The air cannot
+// be used: it runs at its own pace on the simulated clock, so a playback DVR is the source and the
+// stream moves as fast as the path lets it.
 //
 // Floor ("floor_ns", "floor_mbit_s"): the same bytes through the same kind of queues (a
 // MessageQueue with its event flag, of the same sizes) to a forked process that moves them, a
@@ -34,6 +35,7 @@
 #include <vector>
 
 #include "AirMultiplex.h"
+#include "Demux.h"
 #include "Interleaved.h"
 #include "RingRelay.h"
 
@@ -53,8 +55,9 @@ using Clock = std::chrono::steady_clock;
 constexpr size_t kPlaybackBytes = 1 << 20;
 constexpr size_t kRecordBytes = 2 << 20;
 constexpr size_t kWritePackets = 512;
-constexpr size_t kRelayPackets = 1024;       // as the playback thread takes at once
-constexpr int64_t kRelayWaitNs = 5'000'000;  // as the playback thread waits at most
+using Implementation = ::android::hardware::tv::tuner::V1_0::implementation::Demux;
+constexpr size_t kRelayPackets = Implementation::kPlaybackPackets;  // as the playback thread
+constexpr int64_t kRelayWaitNs = Implementation::kPlaybackWaitNs;
 constexpr int64_t kClientWaitNs = 5'000'000;
 constexpr auto kGiveUp = std::chrono::seconds(20);  // a lost packet would never come back
 constexpr uint32_t kDataReady = static_cast<uint32_t>(DemuxQueueNotifyBits::DATA_READY);
@@ -186,9 +189,10 @@ sp<ITuner> service() {
     return tuner;
 }
 
-DemuxFilterSettings recordOn(uint16_t pid) {
+DemuxFilterSettings recordOn(uint16_t pid, bool index) {
     DemuxFilterRecordSettings record{};
-    record.tsIndexMask = static_cast<uint32_t>(DemuxTsIndex::PAYLOAD_UNIT_START_INDICATOR);
+    record.tsIndexMask =
+            index ? static_cast<uint32_t>(DemuxTsIndex::PAYLOAD_UNIT_START_INDICATOR) : 0;
     record.scIndexType = DemuxRecordScIndexType::NONE;
     record.scIndexMask.sc(0);
     DemuxTsFilterSettings ts{};
@@ -229,7 +233,8 @@ void BM_DvrRecordAgainstRingRelay(benchmark::State& state) {
         demux->openFilter(type, 64 * 1024, index, [&](Result r, const sp<IFilter>& f) {
             if (r == Result::SUCCESS) filter = f;
         });
-        ok = filter != nullptr && filter->configure(recordOn(pid)) == Result::SUCCESS &&
+        ok = filter != nullptr &&
+             filter->configure(recordOn(pid, state.range(0) == 1)) == Result::SUCCESS &&
              record.dvr->attachFilter(filter) == Result::SUCCESS &&
              filter->start() == Result::SUCCESS;
         filters.push_back(filter);
@@ -276,7 +281,7 @@ void BM_DvrRecordAgainstRingRelay(benchmark::State& state) {
     record.dvr->close();
     demux->close();
 }
-BENCHMARK(BM_DvrRecordAgainstRingRelay)->Iterations(20)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_DvrRecordAgainstRingRelay)->Arg(0)->Arg(1)->Iterations(60)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
