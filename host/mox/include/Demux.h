@@ -42,6 +42,10 @@ class Demux : public IDemux {
     static constexpr uint32_t kInputPeriodUs = 5000;
     // DVRs a demux holds at once.
     static constexpr size_t kMaxDvrs = 8;
+    // Packets a playback DVR's thread plays at once (each round sends what the filters made),
+    // and how long it waits for the client to write.
+    static constexpr size_t kPlaybackPackets = 4096;
+    static constexpr int64_t kPlaybackWaitNs = 5'000'000;
 
     Demux(uint32_t demuxId, sp<Tuner> tuner);
     ~Demux() override;

@@ -44,12 +44,18 @@ class DvrQueue {
     bool isRunning() const { return mRunning; }
 
     // Record: all of the bytes or none; false (counted) when they do not fit or the DVR is not
-    // recording.
+    // recording. A round's packets go into the room the queue had when the round began (looked
+    // at again only when they outgrow it) and reach the client together at signalRecorded(): the
+    // client's position, in memory it writes all the while, is not read for every packet.
     bool record(const uint8_t* data, size_t size);
-    size_t recordFill() const;
+    // What the queue holds as far as this side knows: at least what the client has yet to read.
+    size_t recordFill() const { return mFillSeen + mStaged; }
     uint64_t recordDrops() const { return mRecordDrops; }
-    // The client read from a record queue: statuses as it drains.
+    // A round begins: what the client read since the last one lowers the fill, with statuses.
     void recordDrained();
+    // The round's packets are the client's, and it is told so: once a round, not once a packet
+    // (each wake may cost the client a switch).
+    void signalRecorded();
 
     // Playback: whole packets the client wrote, at most maxPackets; the statuses of the space
     // left follow.
@@ -62,6 +68,10 @@ class DvrQueue {
 
   private:
     void playbackLevel();
+    void reportRecord(uint8_t bits);
+    // What is staged becomes the client's; the room is looked at again.
+    void commitStaged();
+    void refreshRoom();
 
     using Queue = MessageQueue<uint8_t, kSynchronizedReadWrite>;
     const DvrType mType;
@@ -76,6 +86,13 @@ class DvrQueue {
     size_t mHigh = 0;
     std::optional<PlaybackStatus> mPlaybackLevel;
     uint64_t mRecordDrops = 0;
+    bool mRecorded = false;  // since the last signalRecorded()
+    // A record round: the room seen when it began (mTransaction spans it), what it staged there,
+    // and the fill seen then.
+    size_t mRoom = 0;
+    size_t mStaged = 0;
+    size_t mFillSeen = 0;
+    Queue::MemTransaction mTransaction;
     DvrDelivery mPending;
 };
 

@@ -53,6 +53,10 @@ class FilterQueue : public mox::demux::FilterSink {
     void setRecordTarget(DvrQueue* target) { mRecordTarget = target; }
     DvrQueue* recordTarget() const { return mRecordTarget; }
 
+    // Tells the client that what was written since the last call is there: once a round of
+    // packets, not once a write.
+    void signalWritten();
+
     // What waits to be sent, taken out.
     FilterDelivery take();
     uint64_t droppedEvents() const { return mDroppedEvents; }
@@ -66,6 +70,7 @@ class FilterQueue : public mox::demux::FilterSink {
     FilterDelivery mPending;
     uint64_t mDroppedEvents = 0;
     DvrQueue* mRecordTarget = nullptr;
+    bool mWritten = false;  // since the last signalWritten()
 };
 
 }  // namespace android::hardware::tv::tuner::V1_0::implementation

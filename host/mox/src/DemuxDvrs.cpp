@@ -8,13 +8,6 @@
 #include "Dvr.h"
 
 namespace android::hardware::tv::tuner::V1_0::implementation {
-namespace {
-
-// Packets played at once, and how long the playback thread waits for the client to write.
-constexpr size_t kPlayPackets = 1024;
-constexpr int64_t kPlaybackWaitNs = 5'000'000;
-
-}  // namespace
 
 Demux::DvrEntry* Demux::dvrLocked(uint32_t id) {
     auto it = mDvrs.find(id);
@@ -160,15 +153,17 @@ Result Demux::dvrQueueDescriptor(uint32_t id, MQDescriptorSync<uint8_t>& descrip
 }
 
 void Demux::playbackLoop(uint64_t generation, std::shared_ptr<DvrQueue> queue) {
-    std::vector<uint8_t> buffer(kPlayPackets * DvrQueue::kPacketSize);
+    std::vector<uint8_t> buffer(kPlaybackPackets * DvrQueue::kPacketSize);
+    size_t packets = 0;
     for (;;) {
-        // The flag word is in memory the client writes too: the wait never outlasts its bound.
-        queue->awaitPlayback(kPlaybackWaitNs);
-        size_t packets = 0;
+        // Waits only once the queue is drained: the client's one wake may stand for more than a
+        // round takes. The flag word is in memory the client writes too: the wait never outlasts
+        // its bound.
+        if (packets < kPlaybackPackets) queue->awaitPlayback(kPlaybackWaitNs);
         {
             ::android::Mutex::Autolock guard(mLock);
             if (generation != mPlaybackGeneration) return;
-            packets = queue->play(buffer.data(), kPlayPackets);
+            packets = queue->play(buffer.data(), kPlaybackPackets);
         }
         process(buffer.data(), packets * DvrQueue::kPacketSize);
     }

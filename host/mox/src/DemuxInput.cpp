@@ -105,11 +105,14 @@ void Demux::process(const uint8_t* packets, size_t size) {
             for (auto& [id, dvr] : mDvrs) dvr.queue->recordDrained();
             if (size > 0) mEngine->packets(packets, size);
         }
+        // The bytes are in the queues before any event that tells of them is sent.
         for (auto& [id, entry] : mFilters) {
+            entry.queue->signalWritten();
             FilterDelivery d = entry.queue->take();
             if (!d.empty()) deliveries.push_back(std::move(d));
         }
         for (auto& [id, dvr] : mDvrs) {
+            dvr.queue->signalRecorded();
             DvrDelivery d = dvr.queue->take();
             if (!d.empty()) dvrDeliveries.push_back(std::move(d));
         }

@@ -52,31 +52,50 @@ Result DvrQueue::configure(const DvrSettings& settings) {
 }
 
 bool DvrQueue::record(const uint8_t* data, size_t size) {
-    const bool written = mRunning && mType == DvrType::RECORD && mRecordTracker &&
-                         size <= mQueue->availableToWrite() && mQueue->write(data, size);
+    const bool recording = mRunning && mType == DvrType::RECORD && mRecordTracker;
+    if (recording && mStaged + size > mRoom) refreshRoom();
+    const bool written =
+            recording && mStaged + size <= mRoom && mTransaction.copyTo(data, mStaged, size);
     if (!written) {
         ++mRecordDrops;
-        if (mRecordTracker && mRunning) {
-            const uint8_t bits = mRecordTracker->refused();
-            for (uint8_t b = 1; b != 0 && b <= 0x08; b <<= 1) {
-                if ((bits & b) && mPending.recordStatuses.size() < kMaxPendingStatuses)
-                    mPending.recordStatuses.push_back(static_cast<DemuxFilterStatus>(b));
-            }
-        }
+        if (mRecordTracker && mRunning) reportRecord(mRecordTracker->refused());
         return false;
     }
-    mEventFlag->wake(static_cast<uint32_t>(DemuxQueueNotifyBits::DATA_READY));
-    recordDrained();
+    mStaged += size;
+    reportRecord(mRecordTracker->filled(recordFill()));
     return true;
 }
 
-size_t DvrQueue::recordFill() const {
-    return mQueue->availableToRead();
+void DvrQueue::commitStaged() {
+    if (mStaged > 0 && mQueue->commitWrite(mStaged)) {
+        mFillSeen += mStaged;
+        mRecorded = true;
+    }
+    mStaged = 0;
+    mRoom = 0;  // the transaction began where the queue's end was
+}
+
+void DvrQueue::refreshRoom() {
+    commitStaged();
+    mRoom = mQueue->availableToWrite();
+    mFillSeen = mQueue->getQuantumCount() - mRoom;
+    if (mRoom == 0 || !mQueue->beginWrite(mRoom, &mTransaction)) mRoom = 0;
 }
 
 void DvrQueue::recordDrained() {
     if (!mRecordTracker) return;
-    const uint8_t bits = mRecordTracker->filled(recordFill());
+    refreshRoom();
+    reportRecord(mRecordTracker->filled(recordFill()));
+}
+
+void DvrQueue::signalRecorded() {
+    commitStaged();
+    if (!mRecorded) return;
+    mRecorded = false;
+    mEventFlag->wake(static_cast<uint32_t>(DemuxQueueNotifyBits::DATA_READY));
+}
+
+void DvrQueue::reportRecord(uint8_t bits) {
     for (uint8_t b = 1; b != 0 && b <= 0x08; b <<= 1) {
         if ((bits & b) && mPending.recordStatuses.size() < kMaxPendingStatuses)
             mPending.recordStatuses.push_back(static_cast<DemuxFilterStatus>(b));

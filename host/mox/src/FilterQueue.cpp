@@ -26,8 +26,14 @@ mox::demux::AvRegion FilterQueue::avRegion() const {
 bool FilterQueue::write(const uint8_t* data, size_t size) {
     if (mRecordTarget != nullptr) return mRecordTarget->record(data, size);
     if (size > mQueue->availableToWrite() || !mQueue->write(data, size)) return false;
-    mEventFlag->wake(static_cast<uint32_t>(DemuxQueueNotifyBits::DATA_READY));
+    mWritten = true;
     return true;
+}
+
+void FilterQueue::signalWritten() {
+    if (!mWritten) return;
+    mWritten = false;
+    mEventFlag->wake(static_cast<uint32_t>(DemuxQueueNotifyBits::DATA_READY));
 }
 
 size_t FilterQueue::fill() const {
