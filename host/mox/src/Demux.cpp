@@ -122,8 +122,9 @@ Return<void> Demux::getAvSyncTime(uint32_t avSyncHwId, getAvSyncTime_cb _hidl_cb
     return Void();
 }
 
-// Closing closes the filters, stops the input and hands the id back through the close callback;
-// the placeholder of a failed open has none.
+// Closing closes the filters, gives up its descramblers' keys (their later calls find the demux
+// closed), stops the input and hands the id back through the close callback; the placeholder of a
+// failed open has none.
 Return<Result> Demux::close() {
     CloseCallback callback;
     {
@@ -143,6 +144,7 @@ Return<Result> Demux::close() {
         filters = std::move(mFilters);
         mFilters.clear();
         engine = std::move(mEngine);
+        mKeys.clear();
         mInputChanged.broadcast();
     }
     mInputRunning = false;
