@@ -44,6 +44,8 @@ class Tuner : public ITuner {
 
     sp<Frontend> getFrontendById(uint32_t frontendId);
     void setFrontendAsDemuxSource(uint32_t frontendId, uint32_t demuxId);
+    // The open demux of that id (a descrambler's source), or null.
+    sp<Demux> openDemuxById(uint32_t demuxId);
     void frontendStartTune(uint32_t frontendId);
     void frontendStopTune(uint32_t frontendId);
     void closeDemux(int32_t demuxId);

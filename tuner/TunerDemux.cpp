@@ -100,6 +100,12 @@ void Tuner::setFrontendAsDemuxSource(uint32_t frontendId, uint32_t demuxId) {
     }
 }
 
+sp<Demux> Tuner::openDemuxById(uint32_t demuxId) {
+    AutoMutex guard(mLock);
+    auto it = mDemuxes.find(demuxId);
+    return it == mDemuxes.end() ? nullptr : it->second;
+}
+
 sp<Demux> Tuner::boundDemux(uint32_t frontendId) {
     AutoMutex guard(mLock);
     auto binding = mFrontendDemuxIds.find(frontendId);

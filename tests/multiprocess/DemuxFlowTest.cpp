@@ -1,7 +1,8 @@
 // The data flows a client of the interface runs after a tune, as the public tuner tests run
 // them, against the service process: a section filter's PAT and PMT, video and audio frames in
-// the memory the client maps, the PCR's clock through AV sync and a time filter, nothing after
-// stopTune, and everything closed in any order.
+// the memory the client maps, the PCR's clock through AV sync and a time filter, a scrambled
+// service's video through a descrambler, nothing after stopTune, and everything closed in any
+// order.
 #include <android/hardware/tv/tuner/1.0/ITuner.h>
 #include <fmq/EventFlag.h>
 #include <fmq/MessageQueue.h>
@@ -47,6 +48,11 @@ constexpr uint16_t kPmtPid = 0x100;
 constexpr uint16_t kVideoPid = 0x101;
 constexpr uint16_t kAudioPid = 0x102;
 constexpr uint32_t kQueueBytes = 1 << 20;
+// Its scrambled service is the third of the first terrestrial multiplex (DVB-T2, 474 MHz):
+// service id 0x0013, H.264 video on 0x121, scrambled with the service's control word.
+constexpr uint32_t kScrambledMultiplexHz = 474000000;
+constexpr uint16_t kScrambledServiceId = 0x0013;
+constexpr uint16_t kScrambledVideoPid = 0x121;
 
 class FilterEvents : public IFilterCallback {
   public:
@@ -331,8 +337,10 @@ class DemuxFlowTest : public ::testing::Test {
         mTuner->openFrontendById(0, [&](Result, const sp<IFrontend>& f) { mFrontend = f; });
         ASSERT_NE(mFrontend, nullptr);
         ASSERT_EQ(mFrontend->setCallback(mFrontendEvents), Result::SUCCESS);
-        mTuner->openDemux([&](Result r, uint32_t, const sp<IDemux>& d) {
-            if (r == Result::SUCCESS) mDemux = d;
+        mTuner->openDemux([&](Result r, uint32_t id, const sp<IDemux>& d) {
+            if (r != Result::SUCCESS) return;
+            mDemux = d;
+            mDemuxId = id;
         });
         ASSERT_NE(mDemux, nullptr);
         ASSERT_EQ(mDemux->setFrontendDataSource(0), Result::SUCCESS);
@@ -344,8 +352,8 @@ class DemuxFlowTest : public ::testing::Test {
         kill(mService, SIGTERM);
         waitForChild(mService);
     }
-    void tuneAndLock() {
-        ASSERT_EQ(mFrontend->tune(dvbt(kMultiplexHz)), Result::SUCCESS);
+    void tuneAndLock(const FrontendSettings& settings = dvbt(kMultiplexHz)) {
+        ASSERT_EQ(mFrontend->tune(settings), Result::SUCCESS);
         ASSERT_TRUE(eventually([&] {
             const auto events = mFrontendEvents->events();
             return !events.empty() && events.back() == FrontendEventType::LOCKED;
@@ -358,6 +366,7 @@ class DemuxFlowTest : public ::testing::Test {
     sp<IFrontend> mFrontend;
     sp<RecordingCallback> mFrontendEvents = new RecordingCallback();
     sp<IDemux> mDemux;
+    uint32_t mDemuxId = 0;
 };
 
 TEST_F(DemuxFlowTest, ASectionFilterDeliversThePatAndAPmtFilterThePmtAfterATune) {
@@ -753,6 +762,52 @@ TEST(DemuxCleanupTest, AKilledClientsFiltersAndDvrsAreClosedWhileAnotherStreams)
         << describeDescriptors(service) << readFile(log);
     kill(service, SIGTERM);
     waitForChild(service);
+}
+
+// A CAS client's flow: the descrambler takes the demux, the service's control word as its key
+// token and the video filter's PID; the scrambled service's pictures then arrive whole.
+TEST_F(DemuxFlowTest, ADescramblerWithTheServicesControlWordClearsItsVideo) {
+    OpenFilter video(mDemux, DemuxTsFilterType::VIDEO, mediaOn(kScrambledVideoPid));
+    ASSERT_NE(video.filter, nullptr);
+    tuneAndLock(dvbt(kScrambledMultiplexHz, FrontendDvbtStandard::T2));
+    std::this_thread::sleep_for(200ms);  // ten seconds of air at the service's pace
+    EXPECT_EQ(video.events->count(), 0u) << "scrambled pictures are no pictures";
+
+    sp<IDescrambler> descrambler;
+    mTuner->openDescrambler([&](Result r, const sp<IDescrambler>& d) {
+        EXPECT_EQ(r, Result::SUCCESS);
+        descrambler = d;
+    });
+    ASSERT_NE(descrambler, nullptr);
+    ASSERT_EQ(descrambler->setDemuxSource(mDemuxId), Result::SUCCESS);
+    const hidl_vec<uint8_t> word = {
+            'M', 'O', 'X', kScrambledServiceId >> 8, kScrambledServiceId & 0xFF, 0x5A, 0xA5, 0x3C};
+    ASSERT_EQ(descrambler->setKeyToken(word), Result::SUCCESS);
+    DemuxPid pid;
+    pid.tPid(kScrambledVideoPid);
+    ASSERT_EQ(descrambler->addPid(pid, video.filter), Result::SUCCESS);
+
+    const auto events = video.events->waitFor(3);
+    ASSERT_GE(events.size(), 3u) << readFile(mLog);
+    for (size_t i = 0; i < 3; ++i) {
+        ASSERT_EQ(events[i].getDiscriminator(), DemuxFilterEvent::Event::hidl_discriminator::media);
+        const DemuxFilterMediaEvent& m = events[i].media();
+        ASSERT_NE(m.avMemory.getNativeHandle(), nullptr);
+        ASSERT_EQ(m.avMemory->numFds, 1);
+        const size_t end = size_t(m.offset) + m.dataLength;
+        void* mapped = mmap(nullptr, end, PROT_READ, MAP_SHARED, m.avMemory->data[0], 0);
+        ASSERT_NE(mapped, MAP_FAILED);
+        const uint8_t* frame = static_cast<const uint8_t*>(mapped) + m.offset;
+        EXPECT_EQ(std::vector<uint8_t>(frame, frame + 5),
+                  (std::vector<uint8_t>{0x00, 0x00, 0x00, 0x01, 0x09}));
+        munmap(mapped, end);
+        EXPECT_EQ(video.filter->releaseAvHandle(m.avMemory, m.avDataId), Result::SUCCESS);
+    }
+    EXPECT_EQ(descrambler->removePid(pid, video.filter), Result::SUCCESS);
+    EXPECT_EQ(descrambler->close(), Result::SUCCESS);
+    EXPECT_EQ(descrambler->addPid(pid, video.filter), Result::INVALID_STATE);
+    EXPECT_EQ(video.filter->close(), Result::SUCCESS);
+    EXPECT_EQ(mDemux->close(), Result::SUCCESS);
 }
 
 }  // namespace

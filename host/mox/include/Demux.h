@@ -20,6 +20,7 @@
 #include <optional>
 #include <set>
 
+#include "DescramblingKeys.h"
 #include "DvrQueue.h"
 #include "FilterQueue.h"
 #include "demux/DemuxEngine.h"
@@ -87,6 +88,17 @@ class Demux : public IDemux {
     Result dvrQueueDescriptor(uint32_t id, MQDescriptorSync<uint8_t>& descriptor);
     // The source time: the latest PCR a PCR filter of the demux saw, 90 kHz.
     std::optional<uint64_t> sourceTime();
+    // What a configured filter's engine counted: what it delivered and dropped, by cause.
+    std::optional<mox::demux::FilterCounters> filterCounters(uint32_t id);
+
+    // What the demux's descramblers ask of it (Descrambler is their face): a key slot, then
+    // its key and PIDs by the slot's number. INVALID_STATE once the demux is closed; attaching
+    // is UNAVAILABLE while every slot is taken.
+    Result attachDescrambler(uint32_t& slot);
+    Result setDescramblerKey(uint32_t slot, const DescramblingKeys::ControlWord& word);
+    Result addDescramblerPid(uint32_t slot, uint16_t pid);
+    Result removeDescramblerPid(uint32_t slot, uint16_t pid);
+    void detachDescrambler(uint32_t slot);
 
     // Packets as the demux's input would hand them, for tests: filters see them, and their
     // events are sent before it returns.
@@ -129,6 +141,9 @@ class Demux : public IDemux {
 
     ::android::Mutex mLock;
     ::android::Condition mInputChanged;
+    // The engine's descrambler: it reads the table under mLock, while it works on packets.
+    // Declared before the engine, which it outlives.
+    DescramblingKeys mKeys GUARDED_BY(mLock);
     // Made with the first filter configured (its PID table is 64 KiB, and most demuxes a
     // client opens never filter), freed when the demux closes.
     std::unique_ptr<mox::demux::DemuxEngine> mEngine GUARDED_BY(mLock);

@@ -123,8 +123,9 @@ Return<void> Demux::getAvSyncTime(uint32_t avSyncHwId, getAvSyncTime_cb _hidl_cb
     return Void();
 }
 
-// Closing closes the filters, stops the input and hands the id back through the close callback;
-// the placeholder of a failed open has none.
+// Closing closes the filters, gives up its descramblers' keys (their later calls find the demux
+// closed), stops the input and hands the id back through the close callback; the placeholder of a
+// failed open has none.
 Return<Result> Demux::close() {
     CloseCallback callback;
     {
@@ -149,6 +150,7 @@ Return<Result> Demux::close() {
         mPlaying = false;
         ++mPlaybackGeneration;
         engine = std::move(mEngine);
+        mKeys.clear();
         mInputChanged.broadcast();
     }
     mInputRunning = false;

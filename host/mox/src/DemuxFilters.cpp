@@ -31,7 +31,7 @@ Result Demux::configureFilter(uint32_t id, const DemuxFilterSettings& settings) 
     resources.sink = entry->queue.get();
     resources.tracker = mox::demux::FilterStatusTracker::forCapacity(entry->bufferSize);
     resources.avMemory = entry->queue->avRegion();
-    if (!mEngine) mEngine = std::make_unique<mox::demux::DemuxEngine>();
+    if (!mEngine) mEngine = std::make_unique<mox::demux::DemuxEngine>(&mKeys);
     uint32_t engineId = 0;
     const Result added = mEngine->addFilter(entry->type, settings.ts(), resources, engineId);
     if (added != Result::SUCCESS) return added;
@@ -93,6 +93,13 @@ Result Demux::filterQueueDescriptor(uint32_t id, MQDescriptorSync<uint8_t>& desc
     if (entry == nullptr) return Result::INVALID_STATE;
     descriptor = entry->queue->descriptor();
     return Result::SUCCESS;
+}
+
+std::optional<mox::demux::FilterCounters> Demux::filterCounters(uint32_t id) {
+    ::android::Mutex::Autolock guard(mLock);
+    const FilterEntry* entry = filterLocked(id);
+    if (entry == nullptr || !entry->engineId) return std::nullopt;
+    return *mEngine->counters(*entry->engineId);
 }
 
 std::optional<uint64_t> Demux::sourceTime() {
