@@ -200,9 +200,10 @@ void DemuxEngine::packet(const uint8_t* bytes) {
         }
         if (clear == nullptr) ++mInput.unscrambled;
     }
-    for (size_t i = 0; i < kMaxFiltersPerDemux; ++i) {
-        if (!targets.test(i)) continue;
-        Slot& s = *mSlots[i];
+    // Only the filters on the PID, lowest slot first.
+    static_assert(kMaxFiltersPerDemux == 64, "one machine word of filter bits");
+    for (uint64_t bits = targets.to_ullong(); bits != 0; bits &= bits - 1) {
+        Slot& s = *mSlots[static_cast<size_t>(__builtin_ctzll(bits))];
         ++s.counters.packets;
         s.filter->packet(received, clear);
         if (s.type == DemuxTsFilterType::PCR && received.hasPcr && !received.transportError) {

@@ -30,7 +30,11 @@ uint32_t scanMask(const DemuxFilterRecordSettings& settings) {
 
 RecordFilter::RecordFilter(const DemuxFilterRecordSettings& settings, FilterOutput output,
                            FilterCounters& counters)
-    : mSettings(settings), mOutput(output), mCounters(counters), mScanner(settings.scIndexType) {}
+    : mSettings(settings),
+      mOutput(output),
+      mCounters(counters),
+      mScanner(settings.scIndexType),
+      mScanMask(scanMask(settings)) {}
 
 uint32_t RecordFilter::tsIndexOf(const TsPacket& p, int previousScrambling, bool first) {
     uint32_t bits = 0;
@@ -66,8 +70,8 @@ void RecordFilter::packet(const TsPacket& received, const TsPacket* clear) {
     mScrambling = received.scrambling;
     // Start codes are looked for in what can be read: a clear payload, without errors.
     uint32_t sc = 0;
-    if (clear != nullptr && !received.transportError && clear->hasPayload()) {
-        sc = mScanner.scan(clear->payload, clear->payloadSize) & scanMask(mSettings);
+    if (mScanMask != 0 && clear != nullptr && !received.transportError && clear->hasPayload()) {
+        sc = mScanner.scan(clear->payload, clear->payloadSize) & mScanMask;
     } else {
         mScanner.reset();
     }

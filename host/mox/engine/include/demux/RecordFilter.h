@@ -31,6 +31,7 @@ class RecordFilter final : public PacketFilter {
     FilterOutput mOutput;
     FilterCounters& mCounters;
     StartCodeScanner mScanner;
+    const uint32_t mScanMask;  // the start codes asked for; none: payloads are not scanned
     uint64_t mBytesOut = 0;
     int mScrambling = -1;
 };
