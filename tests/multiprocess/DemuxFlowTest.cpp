@@ -810,4 +810,103 @@ TEST_F(DemuxFlowTest, ADescramblerWithTheServicesControlWordClearsItsVideo) {
     EXPECT_EQ(mDemux->close(), Result::SUCCESS);
 }
 
+// A callback that never returns: its client takes nothing more once the first event or status
+// came (a TS filter's first is DATA_READY).
+class StuckEvents : public IFilterCallback {
+  public:
+    Return<void> onFilterEvent(const DemuxFilterEvent&) override {
+        pause();
+        return Void();
+    }
+    Return<void> onFilterStatus(DemuxFilterStatus) override {
+        pause();
+        return Void();
+    }
+};
+
+// Three tuners stream at once, one to a client that neither reads its queues nor returns from
+// its callback: the other two go on at the air's pace.
+TEST(DemuxScaleTest, AStuckClientNeverStallsAnothersStreams) {
+    const std::string log = std::string(getenv("MOX_HIDL_SERVICE_DIR")) + "/scale.log";
+    const pid_t service = spawnService(log);
+    ASSERT_TRUE(eventually([] {
+        return waitForChild(forkClient([] { return ITuner::getService() != nullptr ? 0 : 1; })) == 0;
+    })) << readFile(log);
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t stuck = forkClient([&] {
+        ::android::hardware::configureRpcThreadpool(1, false);
+        sp<ITuner> tuner = ITuner::getService();
+        tuner->getFrontendIds([](Result, const hidl_vec<uint32_t>&) {});
+        sp<IDemux> demux;
+        tuner->openDemux([&](Result, uint32_t, const sp<IDemux>& d) { demux = d; });
+        sp<IFrontend> frontend;
+        tuner->openFrontendById(0, [&](Result, const sp<IFrontend>& f) { frontend = f; });
+        if (demux == nullptr || frontend == nullptr) return 1;
+        demux->setFrontendDataSource(0);
+        sp<IFilter> filter;
+        demux->openFilter(tsType(DemuxTsFilterType::TS), 1 << 16, new StuckEvents(),
+                          [&](Result, const sp<IFilter>& f) { filter = f; });
+        if (filter == nullptr || filter->configure(plainOn(kVideoPid)) != Result::SUCCESS ||
+            filter->start() != Result::SUCCESS) {
+            return 2;
+        }
+        frontend->setCallback(new RecordingCallback());
+        frontend->tune(dvbt(kMultiplexHz));
+        const char byte = 1;
+        if (write(ready[1], &byte, 1) != 1) return 3;
+        pause();
+        return 0;
+    });
+    char byte = 0;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    close(ready[0]);
+    close(ready[1]);
+
+    ::android::hardware::configureRpcThreadpool(2, false);
+    sp<ITuner> tuner = ITuner::getService();
+    ASSERT_NE(tuner, nullptr);
+    tuner->getFrontendIds([](Result, const hidl_vec<uint32_t>&) {});
+    struct Stream {
+        uint32_t frontendId = 0;
+        FrontendSettings settings;
+        sp<IFrontend> frontend;
+        sp<IDemux> demux;
+        sp<RecordingCallback> events = new RecordingCallback();
+        std::unique_ptr<OpenFilter> pat;
+    };
+    Stream streams[2];
+    streams[0].frontendId = 1;
+    streams[0].settings = dvbt(650000000);
+    streams[1].frontendId = 2;
+    streams[1].settings = dvbc(306000000, 6900000);
+    for (Stream& s : streams) {
+        tuner->openFrontendById(s.frontendId,
+                                [&](Result, const sp<IFrontend>& f) { s.frontend = f; });
+        tuner->openDemux([&](Result, uint32_t, const sp<IDemux>& d) { s.demux = d; });
+        ASSERT_NE(s.frontend, nullptr);
+        ASSERT_NE(s.demux, nullptr);
+        ASSERT_EQ(s.demux->setFrontendDataSource(s.frontendId), Result::SUCCESS);
+        s.pat = std::make_unique<OpenFilter>(s.demux, DemuxTsFilterType::SECTION,
+                                             sectionOn(0, 0x00));
+        ASSERT_NE(s.pat->filter, nullptr);
+        s.frontend->setCallback(s.events);
+        ASSERT_EQ(s.frontend->tune(s.settings), Result::SUCCESS);
+    }
+    // A PAT every 100 ms of air: ten each, whatever the stuck client does.
+    for (Stream& s : streams) {
+        EXPECT_GE(s.pat->events->waitFor(10).size(), 10u) << "frontend " << s.frontendId << "\n"
+                                                          << readFile(log);
+    }
+    kill(stuck, SIGKILL);
+    waitForChild(stuck);
+    for (Stream& s : streams) {
+        s.pat.reset();
+        s.demux->close();
+        s.frontend->close();
+    }
+    kill(service, SIGTERM);
+    waitForChild(service);
+}
+
 }  // namespace
