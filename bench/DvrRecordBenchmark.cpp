@@ -36,6 +36,7 @@
 
 #include "AirMultiplex.h"
 #include "Demux.h"
+#include "DemuxSettings.h"
 #include "Interleaved.h"
 #include "RingRelay.h"
 
@@ -130,24 +131,7 @@ struct OpenDvr {
             if (r == Result::SUCCESS) dvr = d;
         });
         if (dvr == nullptr) return;
-        DvrSettings settings;
-        if (type == DvrType::RECORD) {
-            RecordSettings record{};
-            record.statusMask = 0x0F;
-            record.lowThreshold = bytes / 4;
-            record.highThreshold = bytes * 3 / 4;
-            record.dataFormat = DataFormat::TS;
-            record.packetSize = 188;
-            settings.record(record);
-        } else {
-            PlaybackSettings playback{};
-            playback.statusMask = 0x0F;
-            playback.lowThreshold = bytes / 4;
-            playback.highThreshold = bytes * 3 / 4;
-            playback.dataFormat = DataFormat::TS;
-            playback.packetSize = 188;
-            settings.playback(playback);
-        }
+        const DvrSettings settings = demuxtest::dvrSettings(type, bytes);
         const Return<Result> configured = dvr->configure(settings);
         if (!configured.isOk() || configured != Result::SUCCESS) {
             dvr = nullptr;
@@ -190,17 +174,8 @@ sp<ITuner> service() {
 }
 
 DemuxFilterSettings recordOn(uint16_t pid, bool index) {
-    DemuxFilterRecordSettings record{};
-    record.tsIndexMask =
-            index ? static_cast<uint32_t>(DemuxTsIndex::PAYLOAD_UNIT_START_INDICATOR) : 0;
-    record.scIndexType = DemuxRecordScIndexType::NONE;
-    record.scIndexMask.sc(0);
-    DemuxTsFilterSettings ts{};
-    ts.tpid = pid;
-    ts.filterSettings.record(record);
-    DemuxFilterSettings settings;
-    settings.ts(ts);
-    return settings;
+    return demuxtest::asFilterSettings(demuxtest::record(
+            pid, index ? static_cast<uint32_t>(DemuxTsIndex::PAYLOAD_UNIT_START_INDICATOR) : 0));
 }
 
 void BM_DvrRecordAgainstRingRelay(benchmark::State& state) {

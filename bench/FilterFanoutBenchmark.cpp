@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "AirMultiplex.h"
+#include "DemuxSettings.h"
 #include "Interleaved.h"
 #include "demux/DemuxEngine.h"
 
@@ -52,27 +53,9 @@ class RingSink : public FilterSink {
     size_t mAt = 0;
 };
 
+// Every section of a PID, CRC checked.
 DemuxTsFilterSettings anySection(uint16_t pid) {
-    DemuxFilterSectionSettings section{};
-    DemuxFilterSectionBits bits{};
-    bits.filter = hidl_vec<uint8_t>{0x00};
-    bits.mask = hidl_vec<uint8_t>{0x00};
-    bits.mode = hidl_vec<uint8_t>{0x00};
-    section.condition.sectionBits(bits);
-    section.isCheckCrc = true;
-    section.isRepeat = true;
-    section.isRaw = false;
-    DemuxTsFilterSettings ts{};
-    ts.tpid = pid;
-    ts.filterSettings.section(section);
-    return ts;
-}
-
-DemuxTsFilterSettings plain(uint16_t pid) {
-    DemuxTsFilterSettings ts{};
-    ts.tpid = pid;
-    ts.filterSettings.noinit();
-    return ts;
+    return demuxtest::sectionBits(pid, {0x00}, {0x00}, {0x00});
 }
 
 // PIDs whose units are PES packets (a unit's payload starts with 00 00 01).
@@ -117,7 +100,7 @@ void BM_SixtyFourFiltersAgainstOne(benchmark::State& state) {
     }
     const bool sections = state.range(0) == 0;
     const DemuxTsFilterType type = sections ? DemuxTsFilterType::SECTION : DemuxTsFilterType::TS;
-    auto settings = [&](uint16_t pid) { return sections ? anySection(pid) : plain(pid); };
+    auto settings = [&](uint16_t pid) { return sections ? anySection(pid) : demuxtest::plain(pid); };
     const std::vector<bool> pes = pesPids(air.packets);
 
     // The carried PIDs of the kind, the one filter's first.

@@ -19,6 +19,7 @@
 
 #include "AirMultiplex.h"
 #include "Demux.h"
+#include "DemuxSettings.h"
 #include "demux/DemuxEngine.h"
 
 extern "C" ::android::hardware::tv::tuner::V1_0::ITuner* HIDL_FETCH_ITuner(const char* name);
@@ -74,20 +75,9 @@ class TimingSink : public mox::demux::FilterSink {
     std::vector<Clock::time_point>* arrivals = nullptr;
 };
 
+// Every section of a PID, CRC checked.
 DemuxTsFilterSettings anySection(uint16_t pid) {
-    DemuxFilterSectionSettings section{};
-    DemuxFilterSectionBits bits{};
-    bits.filter = hidl_vec<uint8_t>{0x00};
-    bits.mask = hidl_vec<uint8_t>{0x00};
-    bits.mode = hidl_vec<uint8_t>{0x00};
-    section.condition.sectionBits(bits);
-    section.isCheckCrc = true;
-    section.isRepeat = true;
-    section.isRaw = false;
-    DemuxTsFilterSettings ts{};
-    ts.tpid = pid;
-    ts.filterSettings.section(section);
-    return ts;
+    return demuxtest::sectionBits(pid, {0x00}, {0x00}, {0x00});
 }
 
 // PIDs that carry tables: a unit start whose payload is not a PES packet's.

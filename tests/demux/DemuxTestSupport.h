@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "DemuxSettings.h"
 #include "demux/DemuxEngine.h"
 #include "demux/FilterSink.h"
 
@@ -76,22 +77,6 @@ class XorDescrambler : public mox::demux::PacketDescrambler {
     bool enabled = true;
     uint16_t onlyPid = 0xFFFF;  // 0xFFFF: every PID
 };
-
-// Filter settings as a client writes them.
-using ::android::hardware::tv::tuner::V1_0::DemuxTsFilterSettings;
-DemuxTsFilterSettings sectionBits(uint16_t pid, const Bytes& filter, const Bytes& mask,
-                                  const Bytes& mode, bool checkCrc = true, bool repeat = true,
-                                  bool raw = false);
-DemuxTsFilterSettings tableInfo(uint16_t pid, uint16_t tableId, uint16_t version,
-                                bool checkCrc = true, bool repeat = true);
-DemuxTsFilterSettings pesData(uint16_t pid, uint16_t streamId, bool raw = false);
-DemuxTsFilterSettings av(uint16_t pid, bool passthrough = false);
-DemuxTsFilterSettings plain(uint16_t pid);  // TS and PCR filters
-DemuxTsFilterSettings record(
-        uint16_t pid, uint32_t tsIndexMask,
-        ::android::hardware::tv::tuner::V1_0::DemuxRecordScIndexType scType =
-                ::android::hardware::tv::tuner::V1_0::DemuxRecordScIndexType::NONE,
-        uint32_t scIndexMask = 0);
 
 // The events of one kind a sink got.
 std::vector<::android::hardware::tv::tuner::V1_0::DemuxFilterSectionEvent> sectionEvents(

@@ -16,12 +16,14 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "DemuxSettings.h"
 #include "RecordingCallback.h"
 #include "ServiceProcess.h"
 #include "TestSettings.h"
@@ -90,60 +92,25 @@ class FilterEvents : public IFilterCallback {
 };
 
 DemuxFilterType tsType(DemuxTsFilterType sub) {
-    DemuxFilterType type{};
-    type.mainType = DemuxFilterMainType::TS;
-    type.subType.tsFilterType(sub);
-    return type;
+    return demuxtest::tsFilterType(sub);
 }
 
+// Sections of one table on a PID, CRC checked, every one.
 DemuxFilterSettings sectionOn(uint16_t pid, uint8_t tableId) {
-    DemuxFilterSectionSettings section{};
-    DemuxFilterSectionBits bits{};
-    bits.filter = hidl_vec<uint8_t>{tableId};
-    bits.mask = hidl_vec<uint8_t>{0xFF};
-    bits.mode = hidl_vec<uint8_t>{0x00};
-    section.condition.sectionBits(bits);
-    section.isCheckCrc = true;
-    section.isRepeat = true;
-    section.isRaw = false;
-    DemuxTsFilterSettings ts{};
-    ts.tpid = pid;
-    ts.filterSettings.section(section);
-    DemuxFilterSettings settings;
-    settings.ts(ts);
-    return settings;
+    return demuxtest::asFilterSettings(demuxtest::sectionBits(pid, {tableId}, {0xFF}, {0x00}));
 }
 
 DemuxFilterSettings mediaOn(uint16_t pid) {
-    DemuxFilterAvSettings av{};
-    av.isPassthrough = false;
-    DemuxTsFilterSettings ts{};
-    ts.tpid = pid;
-    ts.filterSettings.av(av);
-    DemuxFilterSettings settings;
-    settings.ts(ts);
-    return settings;
+    return demuxtest::asFilterSettings(demuxtest::av(pid));
 }
 
+// The first MPEG audio stream's PES packets.
 DemuxFilterSettings pesOn(uint16_t pid) {
-    DemuxFilterPesDataSettings pes{};
-    pes.streamId = 0xC0;  // the first MPEG audio stream
-    pes.isRaw = false;
-    DemuxTsFilterSettings ts{};
-    ts.tpid = pid;
-    ts.filterSettings.pesData(pes);
-    DemuxFilterSettings settings;
-    settings.ts(ts);
-    return settings;
+    return demuxtest::asFilterSettings(demuxtest::pesData(pid, 0xC0));
 }
 
 DemuxFilterSettings plainOn(uint16_t pid) {
-    DemuxTsFilterSettings ts{};
-    ts.tpid = pid;
-    ts.filterSettings.noinit();
-    DemuxFilterSettings settings;
-    settings.ts(ts);
-    return settings;
+    return demuxtest::asFilterSettings(demuxtest::plain(pid));
 }
 
 // A filter opened, configured and started the way a client does, with its queue mapped.
@@ -189,16 +156,8 @@ struct OpenFilter {
 };
 
 DemuxFilterSettings recordOn(uint16_t pid) {
-    DemuxFilterRecordSettings record{};
-    record.tsIndexMask = static_cast<uint32_t>(DemuxTsIndex::PAYLOAD_UNIT_START_INDICATOR);
-    record.scIndexType = DemuxRecordScIndexType::NONE;
-    record.scIndexMask.sc(0);
-    DemuxTsFilterSettings ts{};
-    ts.tpid = pid;
-    ts.filterSettings.record(record);
-    DemuxFilterSettings settings;
-    settings.ts(ts);
-    return settings;
+    return demuxtest::asFilterSettings(demuxtest::record(
+            pid, static_cast<uint32_t>(DemuxTsIndex::PAYLOAD_UNIT_START_INDICATOR)));
 }
 
 // The multiplex the service's air carries on 482 MHz, made here: its tables are the same bytes.
@@ -251,24 +210,7 @@ struct OpenDvr {
             if (r == Result::SUCCESS) dvr = d;
         });
         if (dvr == nullptr) return;
-        DvrSettings settings;
-        if (type == DvrType::RECORD) {
-            RecordSettings record{};
-            record.statusMask = 0x0F;
-            record.lowThreshold = bytes / 4;
-            record.highThreshold = bytes * 3 / 4;
-            record.dataFormat = DataFormat::TS;
-            record.packetSize = 188;
-            settings.record(record);
-        } else {
-            PlaybackSettings playback{};
-            playback.statusMask = 0x0F;
-            playback.lowThreshold = bytes / 4;
-            playback.highThreshold = bytes * 3 / 4;
-            playback.dataFormat = DataFormat::TS;
-            playback.packetSize = 188;
-            settings.playback(playback);
-        }
+        const DvrSettings settings = demuxtest::dvrSettings(type, bytes);
         if (dvr->configure(settings) != Result::SUCCESS) dvr = nullptr;
         if (dvr == nullptr) return;
         dvr->getQueueDesc([&](Result r, const MQDescriptorSync<uint8_t>& desc) {
@@ -658,70 +600,94 @@ TEST_F(DemuxFlowTest, NonsenseInQueueMemoryBreaksOnlyThatQueue) {
     EXPECT_EQ(honest.filter->close(), Result::SUCCESS);
 }
 
-// A client killed with filters open and a DVR recording: what it held comes back, and another
-// client streams all the while.
-TEST(DemuxCleanupTest, AKilledClientsFiltersAndDvrsAreClosedWhileAnotherStreams) {
-    const std::string log = std::string(getenv("MOX_HIDL_SERVICE_DIR")) + "/cleanup.log";
+// The service in a process of its own, answering.
+pid_t startService(const std::string& log) {
     const pid_t service = spawnService(log);
-    ASSERT_TRUE(eventually([] {
+    eventually([] {
         return waitForChild(forkClient([] { return ITuner::getService() != nullptr ? 0 : 1; })) == 0;
-    })) << readFile(log);
-    const size_t baseline = openDescriptors(service);
-    int ready[2];
-    ASSERT_EQ(pipe(ready), 0);
-    const pid_t killed = forkClient([&] {
-        ::android::hardware::configureRpcThreadpool(1, false);
-        sp<ITuner> tuner = ITuner::getService();
+    });
+    return service;
+}
+
+// A frontend and a demux bound to it, opened as a client opens them.
+struct BoundDemux {
+    sp<ITuner> tuner;
+    sp<IFrontend> frontend;
+    sp<IDemux> demux;
+    uint32_t demuxId = 0;
+
+    explicit BoundDemux(uint32_t frontendId) {
+        tuner = ITuner::getService();
+        if (tuner == nullptr) return;
         tuner->getFrontendIds([](Result, const hidl_vec<uint32_t>&) {});
-        sp<IDemux> demux;
-        tuner->openDemux([&](Result, uint32_t, const sp<IDemux>& d) { demux = d; });
-        sp<IFrontend> frontend;
-        tuner->openFrontendById(0, [&](Result, const sp<IFrontend>& f) { frontend = f; });
-        if (demux == nullptr || frontend == nullptr) return 1;
-        demux->setFrontendDataSource(0);
-        OpenFilter video(demux, DemuxTsFilterType::VIDEO, mediaOn(kVideoPid));
-        OpenFilter pat(demux, DemuxTsFilterType::SECTION, sectionOn(0, 0x00));
-        OpenFilter record(demux, DemuxTsFilterType::RECORD, recordOn(kVideoPid));
-        OpenDvr dvr(demux, DvrType::RECORD, 1 << 20);
-        if (video.filter == nullptr || pat.filter == nullptr || record.filter == nullptr ||
-            dvr.dvr == nullptr || dvr.dvr->attachFilter(record.filter) != Result::SUCCESS ||
-            dvr.dvr->start() != Result::SUCCESS) {
-            return 2;
-        }
-        sp<RecordingCallback> events = new RecordingCallback();
-        frontend->setCallback(events);
-        frontend->tune(dvbt(kMultiplexHz));
-        if (!eventually([&] { return pat.events->count() > 0 && dvr.queue->availableToRead(); }))
-            return 3;
-        const char byte = 1;
-        if (write(ready[1], &byte, 1) != 1) return 4;
+        tuner->openFrontendById(frontendId, [&](Result, const sp<IFrontend>& f) { frontend = f; });
+        tuner->openDemux([&](Result, uint32_t id, const sp<IDemux>& d) {
+            demux = d;
+            demuxId = id;
+        });
+        if (demux != nullptr && demux->setFrontendDataSource(frontendId) != Result::SUCCESS)
+            demux = nullptr;
+    }
+    bool ok() const { return frontend != nullptr && demux != nullptr; }
+};
+
+// A client process that sets itself up (true: ready) and then waits to be killed: its pid once
+// it is ready, or -1.
+pid_t parkedClient(const std::function<bool()>& setUp) {
+    int ready[2];
+    if (pipe(ready) != 0) return -1;
+    const pid_t client = forkClient([&] {
+        ::android::hardware::configureRpcThreadpool(1, false);
+        const char byte = setUp() ? 1 : 0;
+        if (write(ready[1], &byte, 1) != 1) return 1;
         pause();
         return 0;
     });
     char byte = 0;
-    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    const bool isReady = read(ready[0], &byte, 1) == 1 && byte == 1;
     close(ready[0]);
     close(ready[1]);
+    if (isReady) return client;
+    kill(client, SIGKILL);
+    waitForChild(client);
+    return -1;
+}
+
+// A client killed with filters open and a DVR recording: what it held comes back, and another
+// client streams all the while.
+TEST(DemuxCleanupTest, AKilledClientsFiltersAndDvrsAreClosedWhileAnotherStreams) {
+    const std::string log = std::string(getenv("MOX_HIDL_SERVICE_DIR")) + "/cleanup.log";
+    const pid_t service = startService(log);
+    const size_t baseline = openDescriptors(service);
+    const pid_t killed = parkedClient([] {
+        static BoundDemux own(0);  // held until the kill
+        if (!own.ok()) return false;
+        // Held until the kill.
+        static OpenFilter video(own.demux, DemuxTsFilterType::VIDEO, mediaOn(kVideoPid));
+        static OpenFilter pat(own.demux, DemuxTsFilterType::SECTION, sectionOn(0, 0x00));
+        static OpenFilter record(own.demux, DemuxTsFilterType::RECORD, recordOn(kVideoPid));
+        static OpenDvr dvr(own.demux, DvrType::RECORD, 1 << 20);
+        if (video.filter == nullptr || pat.filter == nullptr || record.filter == nullptr ||
+            dvr.dvr == nullptr || dvr.dvr->attachFilter(record.filter) != Result::SUCCESS ||
+            dvr.dvr->start() != Result::SUCCESS) {
+            return false;
+        }
+        own.frontend->setCallback(new RecordingCallback());
+        own.frontend->tune(dvbt(kMultiplexHz));
+        return eventually([&] { return pat.events->count() > 0 && dvr.queue->availableToRead(); });
+    });
+    ASSERT_GT(killed, 0) << readFile(log);
 
     // Another client streams from another tuner meanwhile.
     ::android::hardware::configureRpcThreadpool(2, false);
-    sp<ITuner> tuner = ITuner::getService();
-    ASSERT_NE(tuner, nullptr);
-    tuner->getFrontendIds([](Result, const hidl_vec<uint32_t>&) {});
-    sp<IDemux> demux;
-    uint32_t demuxId = 0;
-    tuner->openDemux([&](Result, uint32_t id, const sp<IDemux>& d) {
-        demux = d;
-        demuxId = id;
-    });
-    ASSERT_NE(demux, nullptr);
-    EXPECT_EQ(demuxId, 2u) << "the killed client holds the first";
-    sp<IFrontend> frontend;
-    tuner->openFrontendById(1, [&](Result, const sp<IFrontend>& f) { frontend = f; });
-    ASSERT_EQ(demux->setFrontendDataSource(1), Result::SUCCESS);
+    BoundDemux other(1);
+    ASSERT_TRUE(other.ok());
+    EXPECT_EQ(other.demuxId, 2u) << "the killed client holds the first";
+    sp<ITuner> tuner = other.tuner;
+    sp<IDemux> demux = other.demux;
+    sp<IFrontend> frontend = other.frontend;
     OpenFilter pat(demux, DemuxTsFilterType::SECTION, sectionOn(0, 0x00));
-    sp<RecordingCallback> events = new RecordingCallback();
-    frontend->setCallback(events);
+    frontend->setCallback(new RecordingCallback());
     ASSERT_EQ(frontend->tune(dvbt(650000000)), Result::SUCCESS);
     ASSERT_TRUE(eventually([&] { return pat.events->count() > 0; })) << readFile(log);
 
@@ -828,45 +794,25 @@ class StuckEvents : public IFilterCallback {
 // its callback: the other two go on at the air's pace.
 TEST(DemuxScaleTest, AStuckClientNeverStallsAnothersStreams) {
     const std::string log = std::string(getenv("MOX_HIDL_SERVICE_DIR")) + "/scale.log";
-    const pid_t service = spawnService(log);
-    ASSERT_TRUE(eventually([] {
-        return waitForChild(forkClient([] { return ITuner::getService() != nullptr ? 0 : 1; })) == 0;
-    })) << readFile(log);
-    int ready[2];
-    ASSERT_EQ(pipe(ready), 0);
-    const pid_t stuck = forkClient([&] {
-        ::android::hardware::configureRpcThreadpool(1, false);
-        sp<ITuner> tuner = ITuner::getService();
-        tuner->getFrontendIds([](Result, const hidl_vec<uint32_t>&) {});
-        sp<IDemux> demux;
-        tuner->openDemux([&](Result, uint32_t, const sp<IDemux>& d) { demux = d; });
-        sp<IFrontend> frontend;
-        tuner->openFrontendById(0, [&](Result, const sp<IFrontend>& f) { frontend = f; });
-        if (demux == nullptr || frontend == nullptr) return 1;
-        demux->setFrontendDataSource(0);
-        sp<IFilter> filter;
-        demux->openFilter(tsType(DemuxTsFilterType::TS), 1 << 16, new StuckEvents(),
-                          [&](Result, const sp<IFilter>& f) { filter = f; });
+    const pid_t service = startService(log);
+    const pid_t stuck = parkedClient([] {
+        static BoundDemux own(0);  // held until the kill
+        if (!own.ok()) return false;
+        static sp<IFilter> filter;  // held until the kill
+        own.demux->openFilter(tsType(DemuxTsFilterType::TS), 1 << 16, new StuckEvents(),
+                              [&](Result, const sp<IFilter>& f) { filter = f; });
         if (filter == nullptr || filter->configure(plainOn(kVideoPid)) != Result::SUCCESS ||
             filter->start() != Result::SUCCESS) {
-            return 2;
+            return false;
         }
-        frontend->setCallback(new RecordingCallback());
-        frontend->tune(dvbt(kMultiplexHz));
-        const char byte = 1;
-        if (write(ready[1], &byte, 1) != 1) return 3;
-        pause();
-        return 0;
+        own.frontend->setCallback(new RecordingCallback());
+        return own.frontend->tune(dvbt(kMultiplexHz)) == Result::SUCCESS;
     });
-    char byte = 0;
-    ASSERT_EQ(read(ready[0], &byte, 1), 1);
-    close(ready[0]);
-    close(ready[1]);
+    ASSERT_GT(stuck, 0) << readFile(log);
 
     ::android::hardware::configureRpcThreadpool(2, false);
     sp<ITuner> tuner = ITuner::getService();
     ASSERT_NE(tuner, nullptr);
-    tuner->getFrontendIds([](Result, const hidl_vec<uint32_t>&) {});
     struct Stream {
         uint32_t frontendId = 0;
         FrontendSettings settings;
