@@ -140,8 +140,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     media.push_back(add(DemuxTsFilterType::AUDIO, audio, sinks[3], {avMemory.data(), kAvBytes}));
     DemuxTsFilterSettings video = settingsFor(3);
     video.filterSettings.av({false});
-    media.push_back(add(DemuxTsFilterType::VIDEO, video, sinks[4],
-                        {avMemory.data() + kAvBytes, kAvBytes}));
+    media.push_back(
+            add(DemuxTsFilterType::VIDEO, video, sinks[4], {avMemory.data() + kAvBytes, kAvBytes}));
 
     DemuxTsFilterSettings plain = settingsFor(3);
     plain.filterSettings.noinit({});
