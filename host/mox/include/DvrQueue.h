@@ -9,6 +9,7 @@
 #include <fmq/EventFlag.h>
 #include <fmq/MessageQueue.h>
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -57,9 +58,22 @@ class DvrQueue {
     // (each wake may cost the client a switch).
     void signalRecorded();
 
-    // Playback: whole packets the client wrote, at most maxPackets; the statuses of the space
-    // left follow.
-    size_t play(uint8_t* out, size_t maxPackets);
+    // Playback, read where the client wrote it rather than copied out: whole packets, at most
+    // maxPackets, as a run up to the ring's end, the packet that straddles the end (copied
+    // whole), and a run from the ring's start. The client's bytes may change under the reader
+    // (the memory is the client's to write too): the engine reads any bytes safely.
+    struct PlayRound {
+        const uint8_t* first = nullptr;
+        size_t firstPackets = 0;
+        const uint8_t* straddling = nullptr;  // one packet, or null
+        const uint8_t* second = nullptr;
+        size_t secondPackets = 0;
+        size_t packets = 0;
+    };
+    PlayRound beginPlay(size_t maxPackets);
+    // The round's packets were played: the client may write over them; the statuses of the
+    // space left follow.
+    void endPlay(size_t packets);
     // Waits at most timeoutNs for the client to say it wrote (a word the client may set at will:
     // never longer than the timeout).
     void awaitPlayback(int64_t timeoutNs);
@@ -93,6 +107,7 @@ class DvrQueue {
     size_t mStaged = 0;
     size_t mFillSeen = 0;
     Queue::MemTransaction mTransaction;
+    std::array<uint8_t, kPacketSize> mStraddling{};
     DvrDelivery mPending;
 };
 

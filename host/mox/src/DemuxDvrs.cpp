@@ -153,19 +153,28 @@ Result Demux::dvrQueueDescriptor(uint32_t id, MQDescriptorSync<uint8_t>& descrip
 }
 
 void Demux::playbackLoop(uint64_t generation, std::shared_ptr<DvrQueue> queue) {
-    std::vector<uint8_t> buffer(kPlaybackPackets * DvrQueue::kPacketSize);
     size_t packets = 0;
     for (;;) {
         // Waits only once the queue is drained: the client's one wake may stand for more than a
         // round takes. The flag word is in memory the client writes too: the wait never outlasts
         // its bound.
         if (packets < kPlaybackPackets) queue->awaitPlayback(kPlaybackWaitNs);
+        DvrQueue::PlayRound round;
         {
             ::android::Mutex::Autolock guard(mLock);
             if (generation != mPlaybackGeneration) return;
-            packets = queue->play(buffer.data(), kPlaybackPackets);
+            round = queue->beginPlay(kPlaybackPackets);
         }
-        process(buffer.data(), packets * DvrQueue::kPacketSize);
+        // Played where the client wrote it (the queue stays mapped while this thread holds it).
+        process(round.first, round.firstPackets * DvrQueue::kPacketSize);
+        if (round.straddling != nullptr) process(round.straddling, DvrQueue::kPacketSize);
+        if (round.secondPackets > 0)
+            process(round.second, round.secondPackets * DvrQueue::kPacketSize);
+        packets = round.packets;
+        {
+            ::android::Mutex::Autolock guard(mLock);
+            queue->endPlay(packets);
+        }
     }
 }
 

@@ -1,5 +1,6 @@
 #include "DvrQueue.h"
 
+#include <cstring>
 #include <utility>
 
 namespace android::hardware::tv::tuner::V1_0::implementation {
@@ -102,13 +103,36 @@ void DvrQueue::reportRecord(uint8_t bits) {
     }
 }
 
-size_t DvrQueue::play(uint8_t* out, size_t maxPackets) {
-    if (mType != DvrType::PLAYBACK || !mRunning) return 0;
+DvrQueue::PlayRound DvrQueue::beginPlay(size_t maxPackets) {
+    PlayRound round;
+    if (mType != DvrType::PLAYBACK || !mRunning) return round;
     const size_t packets = std::min(maxPackets, mQueue->availableToRead() / kPacketSize);
-    if (packets > 0 && !mQueue->read(out, packets * kPacketSize)) return 0;
-    if (packets > 0) mEventFlag->wake(static_cast<uint32_t>(DemuxQueueNotifyBits::DATA_CONSUMED));
+    Queue::MemTransaction tx;
+    if (packets == 0 || !mQueue->beginRead(packets * kPacketSize, &tx)) return round;
+    const auto& first = tx.getFirstRegion();
+    const auto& second = tx.getSecondRegion();
+    round.first = first.getAddress();
+    round.firstPackets = first.getLength() / kPacketSize;
+    const size_t cut = first.getLength() % kPacketSize;
+    size_t secondSkip = 0;
+    if (cut > 0) {
+        std::memcpy(mStraddling.data(), first.getAddress() + first.getLength() - cut, cut);
+        std::memcpy(mStraddling.data() + cut, second.getAddress(), kPacketSize - cut);
+        round.straddling = mStraddling.data();
+        secondSkip = kPacketSize - cut;
+    }
+    if (second.getLength() > secondSkip) {
+        round.second = second.getAddress() + secondSkip;
+        round.secondPackets = (second.getLength() - secondSkip) / kPacketSize;
+    }
+    round.packets = packets;
+    return round;
+}
+
+void DvrQueue::endPlay(size_t packets) {
+    if (packets > 0 && mQueue->commitRead(packets * kPacketSize))
+        mEventFlag->wake(static_cast<uint32_t>(DemuxQueueNotifyBits::DATA_CONSUMED));
     playbackLevel();
-    return packets;
 }
 
 void DvrQueue::awaitPlayback(int64_t timeoutNs) {
