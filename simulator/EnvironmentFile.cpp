@@ -776,8 +776,14 @@ void readSatellites(const Reader& r, const json& v, std::vector<Transmitter>& ai
     }
 }
 
-// The DVB date field's range: modified Julian dates up to 0xFFFF, 2038-04-22.
-constexpr time_t kLastDvbDateEnd = time_t{0xFFFF + 1 - 40587} * 86400;
+// The dates the network's time may start at: DVB's date field carries modified Julian dates up
+// to 0xFFFF (2038-04-22), and a 32-bit time_t (the armhf build's) ends sooner, on 2038-01-19.
+constexpr int64_t kDvbDatesEnd = int64_t{0xFFFF + 1 - 40587} * 86400;
+constexpr int64_t kUtcStartEnd = int64_t{std::numeric_limits<time_t>::max()} < kDvbDatesEnd
+                                         ? int64_t{std::numeric_limits<time_t>::max()} + 1
+                                         : kDvbDatesEnd;
+constexpr const char* kUtcStartRange =
+        kUtcStartEnd == kDvbDatesEnd ? "1970-01-01 to 2038-04-22" : "1970-01-01 to 2038-01-19";
 
 // The network's time when the clock starts: "2026-11-24T20:00:00Z", a real date and time of day.
 time_t readUtcStart(const Reader& r, const json& v) {
@@ -792,15 +798,16 @@ time_t readUtcStart(const Reader& r, const json& v) {
     tm.tm_year -= 1900;
     tm.tm_mon -= 1;
     const struct tm asked = tm;
+    // -1 also where time_t cannot hold the time.
     const time_t utc = timegm(&tm);
+    if (utc < 0 || int64_t{utc} >= kUtcStartEnd) {
+        r.fail("utcStart",
+               v.dump() + " is outside the dates DVB's time tables carry, " + kUtcStartRange);
+    }
     // timegm moves a 31 November to 1 December: a field it moved was not a date.
     if (tm.tm_year != asked.tm_year || tm.tm_mon != asked.tm_mon || tm.tm_mday != asked.tm_mday ||
         tm.tm_hour != asked.tm_hour || tm.tm_min != asked.tm_min || tm.tm_sec != asked.tm_sec) {
         r.fail("utcStart", v.dump() + " is no date and time of day");
-    }
-    if (utc < 0 || utc >= kLastDvbDateEnd) {
-        r.fail("utcStart", v.dump() + " is outside the dates DVB's time tables carry, " +
-                                   "1970-01-01 to 2038-04-22");
     }
     return utc;
 }
