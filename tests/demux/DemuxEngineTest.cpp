@@ -57,6 +57,36 @@ TEST(DemuxEngineTest, FiltersSharingAPidEachGetEveryPacket) {
     EXPECT_EQ(engine.filterCount(), 2u);
 }
 
+TEST(DemuxEngineTest, WholeStreamFiltersGetEveryPacketBesideThePidsOwn) {
+    DemuxEngine engine;
+    RecordingSink whole;
+    RecordingSink recorded;
+    RecordingSink one;
+    uint32_t ids[3] = {};
+    ASSERT_EQ(engine.addFilter(DemuxTsFilterType::TS, plain(kWholeStreamPid), to(whole), ids[0]),
+              Result::SUCCESS);
+    ASSERT_EQ(engine.addFilter(DemuxTsFilterType::RECORD, record(kWholeStreamPid, 0), to(recorded),
+                               ids[1]),
+              Result::SUCCESS);
+    ASSERT_EQ(engine.addFilter(DemuxTsFilterType::TS, plain(kPid), to(one), ids[2]),
+              Result::SUCCESS);
+    for (uint32_t id : ids) engine.start(id);
+    const std::vector<Bytes> sent = {tsPacket(kPid, 0, counting(10)), tsPacket(0x1FFF, 0, {}),
+                                     tsPacket(0, 0, counting(5)),
+                                     XorDescrambler::scramble(tsPacket(kPid + 1, 0, counting(20)))};
+    const Bytes packets = join(sent);
+    engine.packets(packets.data(), packets.size());
+    // Null and scrambled packets too, as they came, in their order.
+    EXPECT_EQ(whole.units, sent);
+    EXPECT_EQ(recorded.units, sent);
+    EXPECT_EQ(one.units.size(), 1u);
+    // Removed, it takes nothing more, and the PID's own filter still gets its packets.
+    ASSERT_EQ(engine.removeFilter(ids[0]), Result::SUCCESS);
+    engine.packets(packets.data(), packets.size());
+    EXPECT_EQ(whole.units.size(), sent.size());
+    EXPECT_EQ(one.units.size(), 2u);
+}
+
 TEST(DemuxEngineTest, HoldsAtMostItsBoundOfFilters) {
     DemuxEngine engine;
     RecordingSink sink;
@@ -83,7 +113,11 @@ TEST(DemuxEngineTest, RefusesWhatItCannotRun) {
     FilterResources none;
     EXPECT_EQ(engine.addFilter(DemuxTsFilterType::TS, plain(kPid), none, id),
               Result::INVALID_ARGUMENT);
-    EXPECT_EQ(engine.addFilter(DemuxTsFilterType::TS, plain(0x2000), to(sink), id),
+    EXPECT_EQ(engine.addFilter(DemuxTsFilterType::TS, plain(0x2001), to(sink), id),
+              Result::INVALID_ARGUMENT);
+    // Only TS and record filters take the whole stream.
+    EXPECT_EQ(engine.addFilter(DemuxTsFilterType::SECTION, tableInfo(kWholeStreamPid, 0, 0xFFFF),
+                               to(sink), id),
               Result::INVALID_ARGUMENT);
     EXPECT_EQ(engine.addFilter(DemuxTsFilterType::TEMI, plain(kPid), to(sink), id),
               Result::INVALID_ARGUMENT);

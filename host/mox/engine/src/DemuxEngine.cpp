@@ -37,7 +37,10 @@ const DemuxEngine::Slot* DemuxEngine::slot(uint32_t id) const {
 
 Result DemuxEngine::addFilter(DemuxTsFilterType type, const DemuxTsFilterSettings& settings,
                               FilterResources resources, uint32_t& id) {
-    if (settings.tpid >= kPidCount) return Result::INVALID_ARGUMENT;
+    const bool wholeStream = type == DemuxTsFilterType::TS || type == DemuxTsFilterType::RECORD;
+    if (settings.tpid > (wholeStream ? kWholeStreamPid : kPidCount - 1)) {
+        return Result::INVALID_ARGUMENT;
+    }
     const Kind kind = settings.filterSettings.getDiscriminator();
     // Every filter but PCR reports through its sink (media filters their events).
     if (resources.sink == nullptr && type != DemuxTsFilterType::PCR)
@@ -183,7 +186,8 @@ void DemuxEngine::packet(const uint8_t* bytes) {
         case PacketError::kNone:
             break;
     }
-    const std::bitset<kMaxFiltersPerDemux> targets = mPidTable[received.pid] & mRunning;
+    const std::bitset<kMaxFiltersPerDemux> targets =
+            (mPidTable[received.pid] | mPidTable[kWholeStreamPid]) & mRunning;
     if (targets.none()) return;
 
     const TsPacket* clear = &received;

@@ -54,8 +54,9 @@ class DemuxEngine {
     DemuxEngine(const DemuxEngine&) = delete;
     DemuxEngine& operator=(const DemuxEngine&) = delete;
 
-    // A configured, stopped filter; its id in `id`. INVALID_ARGUMENT for settings the type
-    // does not take or missing resources, UNAVAILABLE when kMaxFiltersPerDemux are open.
+    // A configured, stopped filter; its id in `id`. TS and RECORD filters also take
+    // kWholeStreamPid. INVALID_ARGUMENT for settings the type does not take or missing resources,
+    // UNAVAILABLE when kMaxFiltersPerDemux are open.
     Result addFilter(DemuxTsFilterType type, const DemuxTsFilterSettings& settings,
                      FilterResources resources, uint32_t& id);
     Result removeFilter(uint32_t id);
@@ -87,8 +88,9 @@ class DemuxEngine {
 
     PacketDescrambler* const mDescrambler;
     std::array<std::unique_ptr<Slot>, kMaxFiltersPerDemux> mSlots;
-    // One bit per filter slot for each PID: the filters registered on it.
-    std::array<std::bitset<kMaxFiltersPerDemux>, kPidCount> mPidTable{};
+    // One bit per filter slot for each PID: the filters registered on it; the last entry
+    // (kWholeStreamPid) holds the filters that take every packet.
+    std::array<std::bitset<kMaxFiltersPerDemux>, kPidCount + 1> mPidTable{};
     std::bitset<kMaxFiltersPerDemux> mRunning;
     std::array<uint8_t, kTsPacketSize> mClear{};  // a scrambled packet after the descrambler
     InputCounters mInput;

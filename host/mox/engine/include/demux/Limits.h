@@ -10,6 +10,9 @@ namespace mox::demux {
 inline constexpr size_t kTsPacketSize = 188;
 inline constexpr uint8_t kTsSyncByte = 0x47;
 inline constexpr uint16_t kPidCount = 0x2000;  // 13-bit PIDs
+// The PID a TS or record filter is set to for every packet of the stream, as Linux DVB's
+// demux takes it: a whole multiplex recorded, or a stream's health measured.
+inline constexpr uint16_t kWholeStreamPid = 0x2000;
 
 // Filters one demux holds at once; the PID table keeps one bit per filter.
 inline constexpr size_t kMaxFiltersPerDemux = 64;
