@@ -121,6 +121,7 @@ struct T2Delivery {
     std::string transmissionMode;  // "2k" ... "32k"
     bool otherFrequency = false;
     bool tfs = false;
+    std::vector<uint64_t> centreFrequenciesHz;  // of the cells, as the descriptor lists them
 };
 
 struct CableDelivery {

@@ -119,6 +119,9 @@ T2Delivery t2(const dvb_extension_descriptor& ext, const dvb_desc_t2_delivery& d
         out.transmissionMode = pick(kModes, d.transmission_mode);
         out.otherFrequency = d.other_frequency_flag != 0;
         out.tfs = d.tfs_flag != 0;
+        for (unsigned i = 0; d.centre_frequency != nullptr && i < d.frequency_loop_length; ++i) {
+            out.centreFrequenciesHz.push_back(uint64_t{d.centre_frequency[i]} * 10);
+        }
     }
     return out;
 }

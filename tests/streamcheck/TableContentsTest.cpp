@@ -95,6 +95,7 @@ TEST_F(TableContentsTest, NetworkAndDeliverySystems) {
     EXPECT_EQ(t2.t2->bandwidthHz, 8000000u);
     EXPECT_EQ(t2.t2->guardInterval, "19/256");
     EXPECT_EQ(t2.t2->transmissionMode, "32k");
+    EXPECT_EQ(t2.t2->centreFrequenciesHz, std::vector<uint64_t>{490000000});
 
     const TransportStreamInfo& c = nit.transportStreams.at(0x0423);
     ASSERT_TRUE(c.cable);
