@@ -5,6 +5,7 @@
 #include <libdvbv5/dvb-v5-std.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -225,6 +226,15 @@ dvb_entry* addEntry(dvb_file* file, dvb_entry*& last) {
     return entry;
 }
 
+// A PID list as libdvbv5 keeps it: malloc'd, freed with the entry.
+uint16_t* copyPids(const std::vector<uint16_t>& pids, unsigned& length) {
+    length = static_cast<unsigned>(pids.size());
+    if (pids.empty()) return nullptr;
+    auto* copy = static_cast<uint16_t*>(calloc(pids.size(), sizeof(uint16_t)));
+    std::copy(pids.begin(), pids.end(), copy);
+    return copy;
+}
+
 void store(dvb_entry* entry, uint32_t cmd, uint32_t value) {
     entry->props[entry->n_props].cmd = cmd;
     entry->props[entry->n_props].u.data = value;
@@ -234,7 +244,8 @@ void store(dvb_entry* entry, uint32_t cmd, uint32_t value) {
 }  // namespace
 
 bool readChannel(const std::string& file, const std::string& format, const std::string& system,
-                 const std::string& name, ChannelOptions& options, std::string& error) {
+                 const std::string& name, ChannelOptions& options, std::string& error,
+                 FoundChannel* service) {
     const dvb_file_formats kind = format == "zap" ? FILE_ZAP : FILE_DVBV5;
     const uint32_t delsys =
             kind == FILE_ZAP ? zapSystem(system) : static_cast<uint32_t>(SYS_UNDEFINED);
@@ -265,6 +276,12 @@ bool readChannel(const std::string& file, const std::string& format, const std::
     for (dvb_entry* entry = channels->first_entry; entry != nullptr; entry = entry->next) {
         if (entry->channel == nullptr) continue;
         if (name == entry->channel) {
+            if (service != nullptr) {
+                service->name = name;
+                service->serviceId = entry->service_id;
+                service->videoPids.assign(entry->video_pid, entry->video_pid + entry->video_pid_len);
+                service->audioPids.assign(entry->audio_pid, entry->audio_pid + entry->audio_pid_len);
+            }
             if (optionsOf(entry, options, error)) return true;
             for (const auto& [n, line] : names) {
                 if (n == name) error = file + ":" + std::to_string(line) + ": " + error;
@@ -316,6 +333,11 @@ bool writeChannels(const std::string& file, const std::vector<FoundChannel>& cha
             }
             if (!o.lnb.empty()) entry->lnb = strdup(o.lnb.c_str());
             if (!o.satellite.empty()) entry->sat_number = std::atoi(o.satellite.c_str());
+        }
+        if (c.serviceId != 0) {
+            entry->service_id = c.serviceId;
+            entry->video_pid = copyPids(c.videoPids, entry->video_pid_len);
+            entry->audio_pid = copyPids(c.audioPids, entry->audio_pid_len);
         }
     }
     // Written beside the file and renamed over it: an interruption leaves the previous file or

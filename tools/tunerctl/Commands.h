@@ -46,7 +46,9 @@ struct ScanOptions {
     uint32_t id = 0;
     ChannelOptions channel;
     bool blind = false;
-    std::string output;  // a dvbv5 channel file for what the scan finds
+    std::string output;     // a dvbv5 channel file for what the scan finds
+    bool services = true;   // read each multiplex's tables and list its services
+    bool followNit = true;  // and scan the multiplexes its NIT announces
 };
 int runScan(const GlobalOptions& global, const ScanOptions& options);
 

@@ -15,6 +15,7 @@
 #include "PlpInUse.h"
 #include "ScanResults.h"
 #include "ServiceCalls.h"
+#include "ServiceScan.h"
 #include "TunerClient.h"
 
 namespace tunerctl {
@@ -141,29 +142,70 @@ std::string channelName(const Multiplex& m, const ChannelOptions& scanned,
     return text;
 }
 
-// The multiplexes found, as channels of a dvbv5 file.
+// The channel that tunes a multiplex the scan found.
+ChannelOptions foundChannel(const Multiplex& m, const ChannelOptions& scanned,
+                            const std::optional<SatellitePlan>& plan) {
+    ChannelOptions options = scanned;
+    const std::string hz = std::to_string(m.centreHz()) + "Hz";
+    if (!scanned.dvbt.empty()) options.dvbt = hz;
+    if (!scanned.dvbc.empty()) {
+        // A cable scan tunes 256-QAM, annex A: that is what locked.
+        options.dvbc = hz;
+        options.modulation = "256QAM";
+        options.annex = "A";
+    }
+    if (!scanned.dvbs.empty()) {
+        // A satellite scan tries one frequency: through a dish the file keeps its downlink,
+        // else the frequency at the LNB output.
+        options.dvbs = plan ? std::to_string(plan->downlinkKHz) + "kHz"
+                            : std::to_string(m.centreHz() / 1000) + "kHz";
+    }
+    return options;
+}
+
+// A name no earlier channel of the file has: a second service of the same name gets its
+// multiplex's frequency, as a user tells them apart.
+std::string uniqueName(const std::string& name, const std::string& multiplex,
+                       const std::vector<FoundChannel>& channels) {
+    auto taken = [&](const std::string& n) {
+        for (const FoundChannel& c : channels) {
+            if (c.name == n) return true;
+        }
+        return false;
+    };
+    if (!taken(name)) return name;
+    std::string candidate = name + " (" + multiplex + ")";
+    for (int n = 2; taken(candidate); ++n) candidate = name + " (" + std::to_string(n) + ")";
+    return candidate;
+}
+
+// What the scan found as channels of a dvbv5 file: a channel per service where the tables named
+// them, else one per multiplex.
 bool writeFound(const GlobalOptions& global, const std::string& file, const ChannelOptions& scanned,
-                const std::optional<SatellitePlan>& plan, const std::vector<Multiplex>& found) {
+                const std::optional<SatellitePlan>& plan, const std::vector<Multiplex>& found,
+                const std::vector<ScannedMultiplex>& scannedServices) {
     std::vector<FoundChannel> channels;
-    for (const Multiplex& m : found) {
-        FoundChannel c{};
-        c.name = channelName(m, scanned, plan);
-        c.options = scanned;
-        const std::string hz = std::to_string(m.centreHz()) + "Hz";
-        if (!scanned.dvbt.empty()) c.options.dvbt = hz;
-        if (!scanned.dvbc.empty()) {
-            // A cable scan tunes 256-QAM, annex A: that is what locked.
-            c.options.dvbc = hz;
-            c.options.modulation = "256QAM";
-            c.options.annex = "A";
+    if (scannedServices.empty()) {
+        for (const Multiplex& m : found) {
+            FoundChannel c{};
+            c.name = channelName(m, scanned, plan);
+            c.options = foundChannel(m, scanned, plan);
+            channels.push_back(c);
         }
-        if (!scanned.dvbs.empty()) {
-            // A satellite scan tries one frequency: through a dish the file keeps its downlink,
-            // else the frequency at the LNB output.
-            c.options.dvbs = plan ? std::to_string(plan->downlinkKHz) + "kHz"
-                                  : std::to_string(m.centreHz() / 1000) + "kHz";
+    }
+    for (const ScannedMultiplex& m : scannedServices) {
+        for (const FoundService& s : m.services) {
+            FoundChannel c{};
+            c.name = uniqueName(s.name, m.label, channels);
+            c.options = m.channel;
+            c.provider = s.provider;
+            c.serviceId = s.id;
+            c.videoPids = s.videoPids;
+            c.audioPids = s.audioPids;
+            c.otherPids = s.otherPids;
+            c.pmtPid = s.pmtPid;
+            channels.push_back(c);
         }
-        channels.push_back(c);
     }
     std::string error;
     if (!writeChannels(file, channels, error)) {
@@ -258,12 +300,13 @@ std::optional<int> followScan(const GlobalOptions& global, const ScanOptions& op
 
 // What the scan found: the multiplexes, and the frequency the tuner was left on.
 int summarise(const GlobalOptions& global, const ScanOptions& options, const ScanJob& job,
-              const ScanReport& report, bool stopped) {
+              const ScanReport& report, bool stopped,
+              const std::vector<ScannedMultiplex>& scannedServices) {
     const std::vector<Multiplex> multiplexes = mergeLocks(report.found, kSweepStepHz);
     // A scan that found nothing leaves the file as it was; one stopped half way writes what it
     // found, a whole file.
     if (!options.output.empty() && !multiplexes.empty() &&
-        !writeFound(global, options.output, job.channel, job.plan, multiplexes)) {
+        !writeFound(global, options.output, job.channel, job.plan, multiplexes, scannedServices)) {
         return kServiceError;
     }
     const bool leftOn = !report.found.empty() && !stopped;
@@ -272,6 +315,11 @@ int summarise(const GlobalOptions& global, const ScanOptions& options, const Sca
         for (const Multiplex& m : multiplexes) found.push_back(multiplexJson(m));
         JsonObject summary;
         summary.addRaw("found", jsonArray(found)).add("stopped", stopped);
+        if (options.services) {
+            size_t services = 0;
+            for (const ScannedMultiplex& m : scannedServices) services += m.services.size();
+            summary.add("services", uint64_t{services});
+        }
         // Every key every time: null where the tuner was left on nothing.
         if (leftOn) {
             summary.add("leftOn", report.found.back());
@@ -285,6 +333,20 @@ int summarise(const GlobalOptions& global, const ScanOptions& options, const Sca
     std::cout << "found " << multiplexes.size()
               << (multiplexes.size() == 1 ? " multiplex\n" : " multiplexes\n");
     for (const Multiplex& m : multiplexes) std::cout << multiplexText(m) << "\n";
+    if (options.services && !scannedServices.empty()) {
+        size_t services = 0;
+        size_t throughNit = 0;
+        for (const ScannedMultiplex& m : scannedServices) {
+            services += m.services.size();
+            throughNit += m.throughNit && m.locked ? 1 : 0;
+        }
+        std::cout << "found " << services << (services == 1 ? " service" : " services");
+        if (throughNit > 0) {
+            std::cout << " (with " << throughNit
+                      << (throughNit == 1 ? " multiplex" : " multiplexes") << " the NIT announced)";
+        }
+        std::cout << "\n";
+    }
     if (leftOn) std::cout << "tuner left on " << report.found.back() << " Hz\n";
     return scanOutcome(stopped, report.found.empty());
 }
@@ -335,7 +397,26 @@ int runScan(const GlobalOptions& global, const ScanOptions& options) {
         }
     }
     if (!stopped) call("stopScan", [&] { return job.frontend->stopScan(); });
-    return summarise(global, options, job, report, stopped);
+    // Then each multiplex found is tuned again and its tables read.
+    std::vector<ScannedMultiplex> services;
+    if (options.services && !stopped && !report.found.empty()) {
+        ServiceScanJob serviceJob;
+        serviceJob.tuner = job.tuner;
+        serviceJob.frontend = job.frontend;
+        serviceJob.events = events;
+        serviceJob.frontendId = options.id;
+        serviceJob.info = job.info;
+        serviceJob.json = global.json;
+        serviceJob.followNit = options.followNit;
+        std::vector<ChannelOptions> found;
+        for (const Multiplex& m : mergeLocks(report.found, kSweepStepHz)) {
+            found.push_back(foundChannel(m, job.channel, job.plan));
+        }
+        const int code = scanServices(serviceJob, found, services);
+        if (code != kSuccess) return code;
+        stopped = interrupted();
+    }
+    return summarise(global, options, job, report, stopped, services);
 }
 
 }  // namespace tunerctl

@@ -148,7 +148,13 @@ void addScanCommand(CLI::App& app, tunerctl::ScanOptions& scan) {
     command->add_option("id", scan.id)->required();
     command->add_flag("--blind", scan.blind, "blind scan");
     command->add_option("-o,--output", scan.output,
-                        "write what the scan finds to a dvbv5 channel file");
+                        "write what the scan finds to a dvbv5 channel file: a channel per "
+                        "service, with its service id and PIDs");
+    command->add_flag("!--no-services", scan.services,
+                      "only find the multiplexes: read no tables and list no services");
+    command->add_flag("!-F,--given-only", scan.followNit,
+                      "list the services of the multiplexes found here only, without scanning "
+                      "those the NIT announces (dvbv5-scan's -F)");
     addChannelOptions(command, scan.channel);
 }
 
