@@ -9,6 +9,7 @@ packages=(
   android-libutils-dev android-liblog-dev android-libbase-dev android-libcutils-dev hidl-gen
   libcapnp-dev capnproto
   libcli11-dev gcovr python3 nlohmann-json3-dev help2man libdvbv5-dev tmux libbitstream-dev
+  ffmpeg dvb-tools
 )
 
 missing=()

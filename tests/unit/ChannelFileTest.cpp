@@ -27,25 +27,32 @@ class ChannelFileTest : public ::testing::Test {
     std::string mPath;
 };
 
+FoundChannel named(const std::string& name) {
+    FoundChannel c{};
+    c.name = name;
+    return c;
+}
+
 TEST_F(ChannelFileTest, WhatIsWrittenIsReadBack) {
-    FoundChannel terrestrial{"490.000 MHz", {}};
+    FoundChannel terrestrial = named("490.000 MHz");
     terrestrial.options.dvbt = "490000000Hz";
     terrestrial.options.bandwidth = "7MHz";
     terrestrial.options.standard = "T2";
     terrestrial.options.plp = "3";
-    FoundChannel cable{"306.000 MHz", {}};
+    FoundChannel cable = named("306.000 MHz");
     cable.options.dvbc = "306000000Hz";
     cable.options.symbolRate = "6900000";
     cable.options.modulation = "64QAM";
     cable.options.annex = "C";
-    FoundChannel satellite{"east 11362 V", {}};
+    FoundChannel satellite = named("east 11362 V");
     satellite.options.dvbs = "11362000kHz";
     satellite.options.symbolRate = "22000000";
     satellite.options.standard = "S";
     satellite.options.polarisation = "V";
     satellite.options.lnb = "UNIVERSAL";
     satellite.options.satellite = "1";
-    FoundChannel satellite2{"east 11362 V 2", satellite.options};
+    FoundChannel satellite2 = named("east 11362 V 2");
+    satellite2.options = satellite.options;
     satellite2.options.standard = "S2";
     satellite2.options.plp = "7";
     std::string error;
@@ -81,6 +88,31 @@ TEST_F(ChannelFileTest, WhatIsWrittenIsReadBack) {
     EXPECT_FALSE(readChannel(mPath, "dvbv5", "", "BBC ONE", none, error));
     EXPECT_EQ(error, mPath + ": no channel 'BBC ONE' (it has 490.000 MHz, 306.000 MHz, east "
                              "11362 V, east 11362 V 2)");
+}
+
+// A service's entry keeps its service id and PIDs, which dvbv5-zap and tunerctl record read.
+TEST_F(ChannelFileTest, AServiceEntryKeepsItsIdAndPids) {
+    FoundChannel tv = named("Vale Sport");
+    tv.options.dvbt = "482000000Hz";
+    tv.serviceId = 0x21;
+    tv.videoPids = {0x101};
+    tv.audioPids = {0x102, 0x103};
+    FoundChannel radio = named("Vale Jazz");
+    radio.options.dvbt = "482000000Hz";
+    radio.serviceId = 0x25;
+    radio.audioPids = {0x141};
+    std::string error;
+    ASSERT_TRUE(writeChannels(mPath, {tv, radio}, error)) << error;
+    for (const FoundChannel& written : {tv, radio}) {
+        SCOPED_TRACE(written.name);
+        ChannelOptions options;
+        FoundChannel read{};
+        ASSERT_TRUE(readChannel(mPath, "dvbv5", "", written.name, options, error, &read)) << error;
+        EXPECT_EQ(options.dvbt, "482000000Hz");
+        EXPECT_EQ(read.serviceId, written.serviceId);
+        EXPECT_EQ(read.videoPids, written.videoPids);
+        EXPECT_EQ(read.audioPids, written.audioPids);
+    }
 }
 
 // Every fault of a file is one line that names the file and, where there is one, the line.
@@ -124,7 +156,7 @@ TEST_F(ChannelFileTest, AFileThatCannotServeIsRefusedWithItsLine) {
 // A file is replaced whole: what was there stays until the new one is complete, and nothing
 // half-written is left beside it.
 TEST_F(ChannelFileTest, WritingReplacesTheFileWholeAndLeavesNothingBeside) {
-    FoundChannel one{"482.000 MHz", {}};
+    FoundChannel one = named("482.000 MHz");
     one.options.dvbt = "482000000Hz";
     std::string error;
     ASSERT_TRUE(writeChannels(mPath, {one}, error)) << error;

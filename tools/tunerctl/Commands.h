@@ -11,6 +11,9 @@
 
 namespace tunerctl {
 
+class FrontendEvents;
+struct FoundChannel;
+
 struct GlobalOptions {
     bool json = false;
 };
@@ -42,6 +45,36 @@ int runTune(const GlobalOptions& global, const TuneOptions& options);
 int runStatus(const GlobalOptions& global, const TuneOptions& options, bool watch);
 int runDemux(const GlobalOptions& global, const TuneOptions& options);
 
+// What comes after a lock: a recording, a played file, tables, now and next.
+struct RecordOptions {
+    TuneOptions tune;
+    std::string output;               // the .ts file
+    std::string duration;             // "10s"; empty: until Ctrl-C
+    std::optional<uint16_t> service;  // a service id; else the channel file's, else all
+};
+int runRecord(const GlobalOptions& global, const RecordOptions& options);
+
+struct PlayOptions {
+    std::string file;
+    bool fast = false;  // as fast as the DVR takes it, not at the file's PCR pace
+};
+int runPlay(const GlobalOptions& global, const PlayOptions& options);
+
+struct SectionsOptions {
+    TuneOptions tune;
+    std::string play;  // a .ts file played through a DVR instead of a tune
+    std::string pid;   // with table: one PID's sections as hex, e.g. "0x12"
+    std::string table;
+    bool follow = false;
+};
+int runSections(const GlobalOptions& global, const SectionsOptions& options);
+
+struct EpgOptions {
+    TuneOptions tune;
+    std::optional<uint16_t> service;
+};
+int runEpg(const GlobalOptions& global, const EpgOptions& options);
+
 struct ScanOptions {
     uint32_t id = 0;
     ChannelOptions channel;
@@ -51,6 +84,25 @@ struct ScanOptions {
     bool followNit = true;  // and scan the multiplexes its NIT announces
 };
 int runScan(const GlobalOptions& global, const ScanOptions& options);
+
+// What a tune came to: the exit code, and the channel as it locked (or was last tried).
+struct TuneOutcome {
+    int code = 1;  // kNoLock
+    std::string channel;
+};
+// Checks the channel against the frontend, tunes and reports LOCKED or NO_SIGNAL (and with AUTO
+// which standard locked).
+TuneOutcome tuneAndReport(
+        const GlobalOptions& global,
+        const ::android::sp<::android::hardware::tv::tuner::V1_0::ITuner>& tuner, uint32_t id,
+        const ::android::sp<::android::hardware::tv::tuner::V1_0::IFrontend>& frontend,
+        const ::android::sp<FrontendEvents>& events, const ChannelOptions& channel);
+// The channel named in a channel file (--channel NAME -c FILE), in place of frequency options;
+// with `service` also the entry's service id and PIDs.
+int channelFromFile(const GlobalOptions& global,
+                    const ::android::sp<::android::hardware::tv::tuner::V1_0::ITuner>& tuner,
+                    const TuneOptions& options, ChannelOptions& channel,
+                    FoundChannel* service = nullptr);
 
 // Sets the LNB in front of a satellite frontend as the plan says (see TuneCommands.cpp).
 int setUpDish(const GlobalOptions& global,

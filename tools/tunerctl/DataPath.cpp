@@ -16,6 +16,8 @@ namespace {
 
 // A DVR's queue: a quarter of a second of a 40 Mbit/s multiplex, in whole packets.
 constexpr uint32_t kDvrQueueBytes = 188 * 7000;
+// A record filter's own queue: its packets go to the DVR it is attached to.
+constexpr uint32_t kRecordFilterBytes = 188 * 64;
 // A section filter's queue: room for a few whole SI sections (4096 bytes at most each).
 constexpr uint32_t kSectionQueueBytes = 64 * 1024;
 
@@ -49,6 +51,12 @@ DemuxFilterType tsFilter(DemuxTsFilterType type) {
 }
 
 // A filter's or DVR's queue, mapped.
+// Record filters report nothing this client waits for.
+struct NoFilterEvents : public IFilterCallback {
+    Return<void> onFilterEvent(const DemuxFilterEvent&) override { return Void(); }
+    Return<void> onFilterStatus(DemuxFilterStatus) override { return Void(); }
+};
+
 template <typename Owner>
 bool queueOf(const char* what, Owner& owner, MappedQueue& mapped) {
     bool ok = false;
@@ -251,15 +259,20 @@ std::unique_ptr<Recorder> Recorder::start(const sp<IDemux>& demux,
         r->mStopped = true;
         return nullptr;
     }
-    result = call("configure", [&] { return r->mDvr->configure(dvrSettings(DvrType::RECORD)); });
+    // The first step that fails names itself.
+    const char* step = "configure";
+    result = call(step, [&] { return r->mDvr->configure(dvrSettings(DvrType::RECORD)); });
     if (result == Result::SUCCESS && !queueOf("getQueueDesc", *r->mDvr, r->mQueue)) {
+        step = "getQueueDesc";
         result = Result::UNKNOWN_ERROR;
     }
+    sp<IFilterCallback> quiet = new NoFilterEvents();
     for (uint16_t pid : pids) {
         if (result != Result::SUCCESS) break;
         sp<IFilter> filter;
-        call("openFilter", [&] {
-            return demux->openFilter(tsFilter(DemuxTsFilterType::RECORD), kDvrQueueBytes, nullptr,
+        step = "openFilter";
+        call(step, [&] {
+            return demux->openFilter(tsFilter(DemuxTsFilterType::RECORD), kRecordFilterBytes, quiet,
                                      [&](Result res, const sp<IFilter>& f) {
                                          result = res;
                                          filter = f;
@@ -276,15 +289,23 @@ std::unique_ptr<Recorder> Recorder::start(const sp<IDemux>& demux,
         ts.filterSettings.record(record);
         DemuxFilterSettings settings;
         settings.ts(ts);
-        result = call("configure", [&] { return filter->configure(settings); });
+        step = "configure record filter";
+        result = call(step, [&] { return filter->configure(settings); });
         if (result == Result::SUCCESS) {
-            result = call("attachFilter", [&] { return r->mDvr->attachFilter(filter); });
+            step = "attachFilter";
+            result = call(step, [&] { return r->mDvr->attachFilter(filter); });
         }
-        if (result == Result::SUCCESS) result = call("start", [&] { return filter->start(); });
+        if (result == Result::SUCCESS) {
+            step = "start record filter";
+            result = call(step, [&] { return filter->start(); });
+        }
     }
-    if (result == Result::SUCCESS) result = call("start", [&] { return r->mDvr->start(); });
+    if (result == Result::SUCCESS) {
+        step = "start";
+        result = call(step, [&] { return r->mDvr->start(); });
+    }
     if (result != Result::SUCCESS) {
-        error = "recording DVR: " + toString(result);
+        error = std::string("recording DVR: ") + step + ": " + toString(result);
         return nullptr;
     }
     return r;

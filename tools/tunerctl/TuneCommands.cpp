@@ -115,12 +115,6 @@ void printStatusLine(bool json, const Monitor& monitor, uint64_t sample,
     std::cout << std::endl;
 }
 
-// What a tune came to: the exit code, and the channel as it locked (or was last tried).
-struct TuneOutcome {
-    int code = kNoLock;
-    std::string channel;
-};
-
 // After a lock: the PLP the frontend uses, when it is not the one asked (this driver picks the
 // PLP itself; the service passes none to it).
 void notePlp(const GlobalOptions& global, const sp<IFrontend>& frontend,
@@ -140,69 +134,6 @@ void notePlp(const GlobalOptions& global, const sp<IFrontend>& frontend,
     } else {
         std::cerr << "tunerctl: " << text << std::endl;
     }
-}
-
-// Checks the channel against the frontend, tunes and reports LOCKED or NO_SIGNAL (and with AUTO
-// which standard locked).
-TuneOutcome tuneAndReport(const GlobalOptions& global, const sp<ITuner>& tuner, uint32_t id,
-                          const sp<IFrontend>& frontend, const sp<FrontendEvents>& events,
-                          const ChannelOptions& channel) {
-    FrontendSettings settings;
-    FrontendInfo info{};
-    std::string error;
-    std::optional<SatellitePlan> plan;
-    TuneOutcome outcome;
-    if (!buildSettings(channel, settings, error, &plan) || !frontendInfo(tuner, id, info) ||
-        !checkAgainstFrontend(info, id, settings, error)) {
-        outcome.code = reportFailure(global.json, kUsageError, error);
-        return outcome;
-    }
-    if (plan) {
-        outcome.code = setUpDish(global, tuner, id, frontend, *plan, channel);
-        if (outcome.code != kSuccess) return outcome;
-    }
-    // A scan a client left running (one that died, say) would go on moving the tuner.
-    call("stopScan", [&] { return frontend->stopScan(); });
-    call("setCallback", [&] { return frontend->setCallback(events); });
-    const std::vector<StandardAttempt> attempts = standardAttempts(settings, info);
-    for (const StandardAttempt& attempt : attempts) {
-        const Result result = call("tune", [&] { return frontend->tune(attempt.settings); });
-        if (result != Result::SUCCESS) {
-            outcome.code = reportFailure(global.json, kServiceError, "tune: " + toString(result));
-            return outcome;
-        }
-        const std::optional<FrontendEventType> event = events->takeEvent();
-        if (!event && takenByAnotherClient(serviceState(tuner, "tune"), id)) {
-            outcome.code =
-                    reportFailure(global.json, kServiceError,
-                                  "frontend " + std::to_string(id) +
-                                          " was taken by another client (its events go there now)");
-            return outcome;
-        }
-        if (!event) {
-            outcome.code = reportFailure(global.json, kServiceError,
-                                         "tune: no event (the driver refused the tune)");
-            return outcome;
-        }
-        outcome.channel = channelLabel(attempt.settings);
-        if (global.json) {
-            std::cout << JsonObject()
-                                 .add("event", toString(*event))
-                                 .add("standard", attempt.standard)
-                                 .add("channel", outcome.channel)
-                                 .str()
-                      << std::endl;
-        } else {
-            std::cout << toString(*event)
-                      << (attempts.size() > 1 ? " (" + attempt.standard + ")" : "") << "\n";
-        }
-        if (*event == FrontendEventType::LOCKED) {
-            notePlp(global, frontend, channel, attempt.settings, info);
-            outcome.code = kSuccess;
-            return outcome;
-        }
-    }
-    return outcome;
 }
 
 // A line about the watch itself, beside its samples: on stderr, or a JSON object for --json.
@@ -278,34 +209,6 @@ int watch(const GlobalOptions& global, const TuneOptions& options, const Channel
     return kInterrupted;
 }
 
-// The channel named in a channel file, in place of frequency options.
-int channelFromFile(const GlobalOptions& global, const sp<ITuner>& tuner,
-                    const TuneOptions& options, ChannelOptions& channel) {
-    if (options.channelName.empty() || options.channelFile.empty()) {
-        return reportFailure(global.json, kUsageError, "--channel and -c FILE go together");
-    }
-    const ChannelOptions& given = options.channel;
-    if (!given.dvbt.empty() || !given.dvbc.empty() || !given.dvbs.empty()) {
-        return reportFailure(global.json, kUsageError,
-                             "name the channel either with --channel or with a frequency");
-    }
-    FrontendInfo info{};
-    frontendInfo(tuner, options.id, info);
-    std::string error;
-    ChannelOptions fromFile;
-    if (!readChannel(options.channelFile, options.channelFormat, toString(info.type),
-                     options.channelName, fromFile, error)) {
-        return reportFailure(global.json, kUsageError, error);
-    }
-    // What the file does not say, the command line may: the LNB and its switch input.
-    if (fromFile.lnb.empty()) fromFile.lnb = given.lnb;
-    if (fromFile.satellite.empty()) fromFile.satellite = given.satellite;
-    if (fromFile.polarisation.empty()) fromFile.polarisation = given.polarisation;
-    fromFile.lnbId = given.lnbId;
-    channel = fromFile;
-    return kSuccess;
-}
-
 // Opens the frontend, tunes it when a channel is named, then shows its signal once or until
 // Ctrl-C.
 int showSignal(const GlobalOptions& global, const TuneOptions& options, bool watchIt) {
@@ -351,6 +254,97 @@ int showSignal(const GlobalOptions& global, const TuneOptions& options, bool wat
 }
 
 }  // namespace
+
+// Checks the channel against the frontend, tunes and reports LOCKED or NO_SIGNAL (and with AUTO
+// which standard locked).
+TuneOutcome tuneAndReport(const GlobalOptions& global, const sp<ITuner>& tuner, uint32_t id,
+                          const sp<IFrontend>& frontend, const sp<FrontendEvents>& events,
+                          const ChannelOptions& channel) {
+    FrontendSettings settings;
+    FrontendInfo info{};
+    std::string error;
+    std::optional<SatellitePlan> plan;
+    TuneOutcome outcome;
+    if (!buildSettings(channel, settings, error, &plan) || !frontendInfo(tuner, id, info) ||
+        !checkAgainstFrontend(info, id, settings, error)) {
+        outcome.code = reportFailure(global.json, kUsageError, error);
+        return outcome;
+    }
+    if (plan) {
+        outcome.code = setUpDish(global, tuner, id, frontend, *plan, channel);
+        if (outcome.code != kSuccess) return outcome;
+    }
+    // A scan a client left running (one that died, say) would go on moving the tuner.
+    call("stopScan", [&] { return frontend->stopScan(); });
+    call("setCallback", [&] { return frontend->setCallback(events); });
+    const std::vector<StandardAttempt> attempts = standardAttempts(settings, info);
+    for (const StandardAttempt& attempt : attempts) {
+        const Result result = call("tune", [&] { return frontend->tune(attempt.settings); });
+        if (result != Result::SUCCESS) {
+            outcome.code = reportFailure(global.json, kServiceError, "tune: " + toString(result));
+            return outcome;
+        }
+        const std::optional<FrontendEventType> event = events->takeEvent();
+        if (!event && takenByAnotherClient(serviceState(tuner, "tune"), id)) {
+            outcome.code =
+                    reportFailure(global.json, kServiceError,
+                                  "frontend " + std::to_string(id) +
+                                          " was taken by another client (its events go there now)");
+            return outcome;
+        }
+        if (!event) {
+            outcome.code = reportFailure(global.json, kServiceError,
+                                         "tune: no event (the driver refused the tune)");
+            return outcome;
+        }
+        outcome.channel = channelLabel(attempt.settings);
+        if (global.json) {
+            std::cout << JsonObject()
+                                 .add("event", toString(*event))
+                                 .add("standard", attempt.standard)
+                                 .add("channel", outcome.channel)
+                                 .str()
+                      << std::endl;
+        } else {
+            std::cout << toString(*event)
+                      << (attempts.size() > 1 ? " (" + attempt.standard + ")" : "") << "\n";
+        }
+        if (*event == FrontendEventType::LOCKED) {
+            notePlp(global, frontend, channel, attempt.settings, info);
+            outcome.code = kSuccess;
+            return outcome;
+        }
+    }
+    return outcome;
+}
+
+// The channel named in a channel file, in place of frequency options.
+int channelFromFile(const GlobalOptions& global, const sp<ITuner>& tuner,
+                    const TuneOptions& options, ChannelOptions& channel, FoundChannel* service) {
+    if (options.channelName.empty() || options.channelFile.empty()) {
+        return reportFailure(global.json, kUsageError, "--channel and -c FILE go together");
+    }
+    const ChannelOptions& given = options.channel;
+    if (!given.dvbt.empty() || !given.dvbc.empty() || !given.dvbs.empty()) {
+        return reportFailure(global.json, kUsageError,
+                             "name the channel either with --channel or with a frequency");
+    }
+    FrontendInfo info{};
+    frontendInfo(tuner, options.id, info);
+    std::string error;
+    ChannelOptions fromFile;
+    if (!readChannel(options.channelFile, options.channelFormat, toString(info.type),
+                     options.channelName, fromFile, error, service)) {
+        return reportFailure(global.json, kUsageError, error);
+    }
+    // What the file does not say, the command line may: the LNB and its switch input.
+    if (fromFile.lnb.empty()) fromFile.lnb = given.lnb;
+    if (fromFile.satellite.empty()) fromFile.satellite = given.satellite;
+    if (fromFile.polarisation.empty()) fromFile.polarisation = given.polarisation;
+    fromFile.lnbId = given.lnbId;
+    channel = fromFile;
+    return kSuccess;
+}
 
 // Sets the LNB in front of the frontend for the plan, step by step with the settling time the DVB
 // tools leave between LNB commands (15 ms): voltage, tone off, the switch command and tone burst

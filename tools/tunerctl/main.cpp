@@ -96,6 +96,10 @@ struct CommandLine {
     bool watch = false;
     tunerctl::TuneOptions demux;
     tunerctl::ScanOptions scan;
+    tunerctl::RecordOptions record;
+    tunerctl::PlayOptions play;
+    tunerctl::SectionsOptions sections;
+    tunerctl::EpgOptions epg;
     tunerctl::WorldOptions world;
 };
 
@@ -143,6 +147,50 @@ void addSignalCommands(CLI::App& app, CommandLine& c) {
     addChannelOptions(demux, c.demux.channel);
 }
 
+// The commands that take what comes after a lock: each tunes (a frequency or a channel file's
+// channel) with a demux of its own bound to the frontend.
+void addTunedDataOptions(CLI::App* command, tunerctl::TuneOptions& t) {
+    command->add_option("id", t.id, "frontend id")->required();
+    addChannelOptions(command, t.channel);
+    addChannelFileOptions(command, t);
+}
+
+void addDataCommands(CLI::App& app, CommandLine& c) {
+    CLI::App* record = app.add_subcommand(
+            "record", "record a multiplex, or one service with a PAT of its own, to a .ts file");
+    addTunedDataOptions(record, c.record.tune);
+    record->add_option("-o,--output", c.record.output, "the .ts file")->required();
+    record->add_option("-t,--duration", c.record.duration,
+                       "how long, e.g. 30s, 2m (default: until Ctrl-C)");
+    record->add_option("--service", c.record.service,
+                       "the service id (default: the channel file's, else the whole multiplex)");
+
+    CLI::App* play = app.add_subcommand(
+            "play", "send a .ts file through a playback DVR and show what the demux saw");
+    play->add_option("file", c.play.file, "the .ts file")->required()->check(CLI::ExistingFile);
+    play->add_flag("--fast", c.play.fast,
+                   "as fast as the DVR takes it (default: at the pace of the file's PCR)");
+
+    CLI::App* sections = app.add_subcommand(
+            "sections",
+            "decode PAT, PMT, SDT, NIT, EIT p/f and TDT/TOT, or one PID's table as hex");
+    sections->add_option("id", c.sections.tune.id, "frontend id (not with --play)");
+    addChannelOptions(sections, c.sections.tune.channel);
+    addChannelFileOptions(sections, c.sections.tune);
+    sections->add_option("--play", c.sections.play, "read a .ts file played through a DVR instead")
+            ->check(CLI::ExistingFile);
+    sections->add_option("--pid", c.sections.pid, "with --table: one PID, e.g. 0x12");
+    sections->add_option("--table", c.sections.table, "with --pid: its table id, e.g. 0x4E");
+    sections->add_flag("-f,--follow", c.sections.follow,
+                       "go on until Ctrl-C: every section (with --pid), or the tables again "
+                       "whenever a version changes");
+
+    CLI::App* epg = app.add_subcommand("epg", "show now and next of a service from its EIT p/f");
+    addTunedDataOptions(epg, c.epg.tune);
+    epg->add_option("--service", c.epg.service,
+                    "the service id (default: the channel file's channel)");
+}
+
 void addScanCommand(CLI::App& app, tunerctl::ScanOptions& scan) {
     CLI::App* command = app.add_subcommand("scan", "scan for channels");
     command->add_option("id", scan.id)->required();
@@ -176,6 +224,7 @@ void addCommands(CLI::App& app, CommandLine& c) {
     addLnbCommand(app, c.lnb);
     addSignalCommands(app, c);
     addScanCommand(app, c.scan);
+    addDataCommands(app, c);
     addWorldCommand(app, c.world);
 }
 
@@ -210,6 +259,10 @@ int run(const CLI::App& app, const CommandLine& c) {
     if (app.got_subcommand("status")) return runStatus(c.global, c.status, c.watch);
     if (app.got_subcommand("demux")) return runDemux(c.global, c.demux);
     if (app.got_subcommand("scan")) return runScan(c.global, c.scan);
+    if (app.got_subcommand("record")) return runRecord(c.global, c.record);
+    if (app.got_subcommand("play")) return runPlay(c.global, c.play);
+    if (app.got_subcommand("sections")) return runSections(c.global, c.sections);
+    if (app.got_subcommand("epg")) return runEpg(c.global, c.epg);
     if (app.got_subcommand("world")) return runWorld(c.global, c.world);
     return runOverview(c.global);
 }

@@ -1,6 +1,8 @@
 // The demux's DVRs: a record DVR takes the packets of the record filters attached to it; a
 // started playback DVR becomes the demux's input, read by a thread of its own as the client
 // writes.
+#include <hidl/transport/Passthrough.h>
+
 #include <thread>
 #include <vector>
 
@@ -14,7 +16,9 @@ Demux::DvrEntry* Demux::dvrLocked(uint32_t id) {
     return it == mDvrs.end() ? nullptr : &it->second;
 }
 
-std::map<uint32_t, Demux::FilterEntry>::iterator Demux::filterOfLocked(const sp<IFilter>& filter) {
+std::map<uint32_t, Demux::FilterEntry>::iterator Demux::filterOfLocked(const sp<IFilter>& given) {
+    // A client in this process hands back the passthrough wrapper of the filter.
+    const sp<IFilter> filter = ::android::hardware::details::unwrapPassthrough(given);
     for (auto it = mFilters.begin(); it != mFilters.end(); ++it) {
         if (filter != nullptr && it->second.face == filter.get()) return it;
     }

@@ -42,8 +42,10 @@ class PassthroughBase : public I, public PassthroughMarker {
         return mImpl->unlinkToDeath(recipient);
     }
 
-  protected:
+    // The object wrapped: what a service finds when a client hands one of its objects back.
     const sp<I>& impl() const { return mImpl; }
+
+  protected:
     void post(std::function<void()> task) { mOneway->post(std::move(task)); }
 
   private:
@@ -57,6 +59,16 @@ sp<I> wrapPassthrough(const sp<I>& object) {
     sp<::android::hidl::base::V1_0::IBase> wrapped = wrapPassthroughBase(object, I::descriptor);
     return sp<I>(static_cast<I*>(wrapped.get() == object.get() ? object.get()
                                                                : dynamic_cast<I*>(wrapped.get())));
+}
+
+// The service's own object behind a passthrough wrapper; any other object as it is. A service
+// that recognises the objects it handed out (a filter given back to a DVR) looks through it.
+template <typename I>
+sp<I> unwrapPassthrough(const sp<I>& object) {
+    if (const auto* wrapper = dynamic_cast<const PassthroughBase<I>*>(object.get())) {
+        return wrapper->impl();
+    }
+    return object;
 }
 
 }  // namespace details
