@@ -41,12 +41,6 @@ constexpr auto kProgressEvery = std::chrono::milliseconds(500);
 // A recording that gets no packet for this long reports the gap as lost stream.
 constexpr auto kGap = std::chrono::milliseconds(300);
 
-std::string hex4(uint32_t value) {
-    char text[12];
-    std::snprintf(text, sizeof text, "0x%04X", value);
-    return text;
-}
-
 // A frontend tuned by this client with a demux bound to it.
 struct Tuned {
     sp<ITuner> tuner;

@@ -6,6 +6,7 @@
 #include <set>
 #include <tuple>
 
+#include "Output.h"
 #include "streamcheck/TableStore.h"
 
 namespace tunerctl {
@@ -45,12 +46,6 @@ class SectionsSeen {
   private:
     std::map<std::tuple<uint8_t, uint16_t>, std::pair<uint8_t, std::set<uint8_t>>> mSeen;
 };
-
-std::string hex4(uint16_t value) {
-    char text[8];
-    std::snprintf(text, sizeof text, "0x%04X", value);
-    return text;
-}
 
 bool isVideo(uint8_t streamType) {
     // MPEG-1/2 video, MPEG-4 part 2, H.264, H.265.

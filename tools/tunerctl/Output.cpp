@@ -184,4 +184,10 @@ int reportFailure(bool json, int code, const std::string& message) {
     return code;
 }
 
+std::string hex4(uint32_t value) {
+    char text[12];
+    std::snprintf(text, sizeof text, "0x%04X", value);
+    return text;
+}
+
 }  // namespace tunerctl

@@ -53,6 +53,8 @@ std::vector<std::string> flagNames(uint64_t mask) {
 }
 
 std::string joined(const std::vector<std::string>& parts, const std::string& separator);
+// A PID, service id or table id as DVB tools write it: "0x0021".
+std::string hex4(uint32_t value);
 
 std::string describeFrontend(uint32_t id, const hal::FrontendInfo& info);
 std::string frontendJson(uint32_t id, const hal::FrontendInfo& info);

@@ -179,19 +179,18 @@ std::string uniqueName(const std::string& name, const std::string& multiplex,
     return candidate;
 }
 
-// What the scan found as channels of a dvbv5 file: a channel per service where the tables named
-// them, else one per multiplex.
+// What the scan found as channels of a dvbv5 file: a channel per multiplex found and per service
+// the tables named.
 bool writeFound(const GlobalOptions& global, const std::string& file, const ChannelOptions& scanned,
                 const std::optional<SatellitePlan>& plan, const std::vector<Multiplex>& found,
                 const std::vector<ScannedMultiplex>& scannedServices) {
+    // Each multiplex under its frequency, as a frequency scan writes it, then its services.
     std::vector<FoundChannel> channels;
-    if (scannedServices.empty()) {
-        for (const Multiplex& m : found) {
-            FoundChannel c{};
-            c.name = channelName(m, scanned, plan);
-            c.options = foundChannel(m, scanned, plan);
-            channels.push_back(c);
-        }
+    for (const Multiplex& m : found) {
+        FoundChannel c{};
+        c.name = channelName(m, scanned, plan);
+        c.options = foundChannel(m, scanned, plan);
+        channels.push_back(c);
     }
     for (const ScannedMultiplex& m : scannedServices) {
         for (const FoundService& s : m.services) {
@@ -315,11 +314,6 @@ int summarise(const GlobalOptions& global, const ScanOptions& options, const Sca
         for (const Multiplex& m : multiplexes) found.push_back(multiplexJson(m));
         JsonObject summary;
         summary.addRaw("found", jsonArray(found)).add("stopped", stopped);
-        if (options.services) {
-            size_t services = 0;
-            for (const ScannedMultiplex& m : scannedServices) services += m.services.size();
-            summary.add("services", uint64_t{services});
-        }
         // Every key every time: null where the tuner was left on nothing.
         if (leftOn) {
             summary.add("leftOn", report.found.back());

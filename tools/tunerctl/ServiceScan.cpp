@@ -17,12 +17,6 @@ using namespace ::android::hardware::tv::tuner::V1_0;
 
 namespace {
 
-std::string hex4(uint16_t value) {
-    char text[8];
-    std::snprintf(text, sizeof text, "0x%04X", value);
-    return text;
-}
-
 std::string pidList(const std::vector<uint16_t>& pids) {
     std::string text;
     for (uint16_t pid : pids) text += (text.empty() ? "" : " ") + hex4(pid);

@@ -7,6 +7,7 @@
 
 #include "ChannelFile.h"
 #include "Commands.h"
+#include "DataPath.h"
 #include "ExitCodes.h"
 #include "FrontendEvents.h"
 #include "Output.h"
@@ -425,19 +426,9 @@ int runDemux(const GlobalOptions& global, const TuneOptions& options) {
     sp<IFrontend> frontend = openFrontend(tuner, options.id, error);
     if (frontend == nullptr) return reportFailure(global.json, kUsageError, error);
 
-    sp<IDemux> demux;
-    uint32_t demuxId = 0;
-    Result result = Result::UNKNOWN_ERROR;
-    call("openDemux", [&] {
-        return tuner->openDemux([&](Result r, uint32_t id, const sp<IDemux>& d) {
-            result = r;
-            demuxId = id;
-            demux = d;
-        });
-    });
-    if (result != Result::SUCCESS) {
-        return reportFailure(global.json, kServiceError, "openDemux: " + toString(result));
-    }
+    std::unique_ptr<DemuxSession> session = DemuxSession::open(tuner, error);
+    if (!session) return reportFailure(global.json, kServiceError, error);
+    const uint32_t demuxId = session->id();
     // One line per step, with the binding the service's dump shows; for --json a JSON object
     // per line.
     auto step = [&](const std::string& what) {
@@ -457,7 +448,8 @@ int runDemux(const GlobalOptions& global, const TuneOptions& options) {
         }
     };
     if (!global.json) std::cout << "demux " << demuxId << " opened\n";
-    call("setFrontendDataSource", [&] { return demux->setFrontendDataSource(options.id); });
+    call("setFrontendDataSource",
+         [&] { return session->demux()->setFrontendDataSource(options.id); });
     step("bound to frontend " + std::to_string(options.id));
     sp<FrontendEvents> events = new FrontendEvents();
     const int outcome =
@@ -467,7 +459,7 @@ int runDemux(const GlobalOptions& global, const TuneOptions& options) {
         call("stopTune", [&] { return frontend->stopTune(); });
         step("after stopTune");
     }
-    call("close", [&] { return demux->close(); });
+    session.reset();  // closes it
     if (!global.json) std::cout << "demux " << demuxId << " closed\n";
     return outcome;
 }
