@@ -138,13 +138,12 @@ struct RecordingReport {
     double elapsed() const { return std::chrono::duration<double>(Clock::now() - started).count(); }
 
     void data(const uint8_t* packets, size_t size) {
-        const Clock::time_point now = Clock::now();
-        if (now - lastData > kGap)
-            gapSeconds += std::chrono::duration<double>(now - lastData).count();
-        lastData = now;
+        idle();
+        lastData = Clock::now();
         bytes += size;
         checker.packets(packets, size);
     }
+    // A stretch without packets longer than kGap counts as lost stream.
     void idle() {
         const Clock::time_point now = Clock::now();
         if (now - lastData > kGap) {

@@ -107,8 +107,8 @@ void PlayedFile::play(std::string file, bool fast) {
         in.read(reinterpret_cast<char*>(chunk.data()), static_cast<std::streamsize>(chunk.size()));
         const size_t n = static_cast<size_t>(in.gcount()) / kTsPacket * kTsPacket;
         size_t from = 0;
-        for (size_t at = 0; at < n && !mStop; at += kTsPacket) {
-            if (fast || chunk[at] != 0x47) continue;
+        for (size_t at = 0; !fast && at < n && !mStop; at += kTsPacket) {
+            if (chunk[at] != 0x47) continue;
             const Clock::time_point due = pacer.due(&chunk[at]);
             if (due <= Clock::now()) continue;
             // What came before this packet goes now; the packet waits for its time.
