@@ -32,7 +32,6 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-constexpr uint16_t kPmtTableId = 0x02;
 constexpr uint16_t kSdtPid = 0x0011;
 constexpr uint16_t kEitPid = 0x0012;
 constexpr uint8_t kEitPresentFollowingActual = 0x4E;
