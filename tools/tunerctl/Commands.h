@@ -42,7 +42,8 @@ struct TuneOptions {
     std::string channelFormat = "dvbv5";
 };
 int runTune(const GlobalOptions& global, const TuneOptions& options);
-int runStatus(const GlobalOptions& global, const TuneOptions& options, bool watch);
+// With `stream`, also the stream's bit rate, per-PID rates and TR 101 290 counts.
+int runStatus(const GlobalOptions& global, const TuneOptions& options, bool watch, bool stream);
 int runDemux(const GlobalOptions& global, const TuneOptions& options);
 
 // What comes after a lock: a recording, a played file, tables, now and next.

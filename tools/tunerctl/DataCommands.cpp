@@ -18,6 +18,7 @@
 #include "PlayedFile.h"
 #include "ServiceCalls.h"
 #include "ServicePat.h"
+#include "StatusFields.h"
 #include "StreamHealth.h"
 #include "TunerClient.h"
 #include "ValueParsing.h"
@@ -81,6 +82,18 @@ void tuneForData(const GlobalOptions& global, const TuneOptions& options, Tuned&
         return;
     }
     t.code = tuneAndReport(global, t.tuner, options.id, t.frontend, t.events, channel).code;
+}
+
+// Whether the frontend's demodulator holds its lock now (nullopt: it does not say).
+std::optional<bool> lockedNow(const sp<IFrontend>& frontend) {
+    std::optional<bool> locked;
+    call("getStatus", [&] {
+        return frontend->getStatus({FrontendStatusType::DEMOD_LOCK},
+                                   [&](Result r, const hidl_vec<FrontendStatus>& s) {
+                                       if (r == Result::SUCCESS) locked = demodLocked(s);
+                                   });
+    });
+    return locked;
 }
 
 // The service's PIDs on the tuned multiplex, from its PAT and PMT.
@@ -312,11 +325,13 @@ int runRecord(const GlobalOptions& global, const RecordOptions& options) {
         writeFailed = writeFailed || !out.write(withPat.data(), withPat.size());
         report.data(withPat.data(), withPat.size());
     };
+    Clock::time_point nextLockLook = Clock::now();
     while (!interrupted() && !writeFailed &&
            (!duration || Clock::now() - report.started < *duration)) {
         if (recorder->pump(std::chrono::milliseconds(50), take) == 0) report.idle();
-        while (const auto event = t.events->takeEvent(std::chrono::milliseconds(0))) {
-            if (*event == FrontendEventType::LOST_LOCK && !report.lostLock) {
+        if (Clock::now() >= nextLockLook) {
+            nextLockLook = Clock::now() + kProgressEvery;
+            if (!report.lostLock && lockedNow(t.frontend) == false) {
                 report.lostLock = true;
                 report.lostLockAt = report.elapsed();
             }

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "ServiceCalls.h"
+#include "TunerClient.h"
 
 namespace tunerctl {
 
@@ -110,7 +111,8 @@ std::unique_ptr<DemuxSession> DemuxSession::open(const sp<ITuner>& tuner, std::s
 }
 
 DemuxSession::~DemuxSession() {
-    call("close", [&] { return mDemux->close(); });
+    // A service that died took its demuxes with it.
+    if (!serviceDied()) call("close", [&] { return mDemux->close(); });
 }
 
 bool DemuxSession::bindFrontend(uint32_t frontendId, std::string& error) {
@@ -318,6 +320,10 @@ Recorder::~Recorder() {
 void Recorder::stop() {
     if (mStopped) return;
     mStopped = true;
+    if (serviceDied()) {
+        mFilters.clear();
+        return;
+    }
     if (mDvr != nullptr) call("stop", [&] { return mDvr->stop(); });
     for (const sp<IFilter>& f : mFilters) {
         call("stop", [&] { return f->stop(); });

@@ -213,4 +213,13 @@ std::string statusFieldsJson(const std::vector<StatusField>& fields) {
     return json.str();
 }
 
+std::optional<bool> demodLocked(const std::vector<hal::FrontendStatus>& statuses) {
+    for (const hal::FrontendStatus& s : statuses) {
+        if (s.getDiscriminator() == hal::FrontendStatus::hidl_discriminator::isDemodLocked) {
+            return s.isDemodLocked();
+        }
+    }
+    return std::nullopt;
+}
+
 }  // namespace tunerctl

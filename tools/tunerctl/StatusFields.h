@@ -5,6 +5,7 @@
 
 #include <android/hardware/tv/tuner/1.0/types.h>
 
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -39,6 +40,9 @@ std::vector<StatusField> statusFields(const std::vector<hal::FrontendStatus>& st
 
 // The fields as one JSON object of stable keys.
 std::string statusFieldsJson(const std::vector<StatusField>& fields);
+
+// The demodulator's lock in the answer; nullopt when it does not say.
+std::optional<bool> demodLocked(const std::vector<hal::FrontendStatus>& statuses);
 
 inline constexpr const char* kNotAvailable = "not available";
 

@@ -1,5 +1,6 @@
 #include "StreamHealth.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <vector>
 
@@ -33,6 +34,30 @@ std::vector<Count> secondPriority(const ::mox::streamcheck::StreamReport& r) {
             {"CAT_error", r.second.catError}};
 }
 
+std::vector<Count> thirdPriority(const ::mox::streamcheck::StreamReport& r) {
+    return {{"NIT_actual_error", r.third.nitActualError},
+            {"SDT_actual_error", r.third.sdtActualError},
+            {"EIT_actual_error", r.third.eitActualError},
+            {"TDT_error", r.third.tdtError}};
+}
+
+uint64_t sum(const std::vector<Count>& counts) {
+    uint64_t total = 0;
+    for (const Count& c : counts) total += c.value;
+    return total;
+}
+
+void appendCounts(std::string& text, const char* title, const std::vector<Count>& counts) {
+    text += title;
+    text += "\n";
+    char line[80];
+    for (const Count& c : counts) {
+        std::snprintf(line, sizeof line, "  %-34s %llu\n", c.name,
+                      static_cast<unsigned long long>(c.value));
+        text += line;
+    }
+}
+
 double bitsPerSecond(uint64_t packets, double seconds) {
     return seconds > 0 ? double(packets) * 188 * 8 / seconds : 0;
 }
@@ -53,18 +78,9 @@ std::string streamHealthText(const ::mox::streamcheck::StreamReport& r, double s
                       r.totalPackets ? 100.0 * double(packets) / double(r.totalPackets) : 0.0);
         text += line;
     }
-    text += "TR 101 290 first priority\n";
-    for (const Count& c : firstPriority(r)) {
-        std::snprintf(line, sizeof line, "  %-34s %llu\n", c.name,
-                      static_cast<unsigned long long>(c.value));
-        text += line;
-    }
-    text += "TR 101 290 second priority\n";
-    for (const Count& c : secondPriority(r)) {
-        std::snprintf(line, sizeof line, "  %-34s %llu\n", c.name,
-                      static_cast<unsigned long long>(c.value));
-        text += line;
-    }
+    appendCounts(text, "TR 101 290 first priority", firstPriority(r));
+    appendCounts(text, "TR 101 290 second priority", secondPriority(r));
+    appendCounts(text, "TR 101 290 third priority (SI repetition)", thirdPriority(r));
     return text;
 }
 
@@ -81,6 +97,8 @@ std::string streamHealthJson(const ::mox::streamcheck::StreamReport& r, double s
     for (const Count& c : firstPriority(r)) first.add(c.name, c.value);
     JsonObject second;
     for (const Count& c : secondPriority(r)) second.add(c.name, c.value);
+    JsonObject third;
+    for (const Count& c : thirdPriority(r)) third.add(c.name, c.value);
     return JsonObject()
             .add("milliseconds", uint64_t(seconds * 1000))
             .add("packets", r.totalPackets)
@@ -88,7 +106,40 @@ std::string streamHealthJson(const ::mox::streamcheck::StreamReport& r, double s
             .addRaw("pids", jsonArray(pids))
             .addRaw("firstPriority", first.str())
             .addRaw("secondPriority", second.str())
+            .addRaw("thirdPriority", third.str())
             .str();
+}
+
+std::string streamHealthLine(const ::mox::streamcheck::StreamReport& r, double seconds) {
+    const uint64_t pcr = r.second.pcrRepetitionError + r.second.pcrDiscontinuityIndicatorError +
+                         r.second.pcrAccuracyError;
+    char line[200];
+    std::snprintf(line, sizeof line,
+                  "stream %.2f Mbit/s  sync %llu  PAT %llu  CC %llu  PMT %llu  TEI %llu  CRC %llu  "
+                  "PCR %llu  SI %llu",
+                  bitsPerSecond(r.totalPackets, seconds) / 1e6,
+                  static_cast<unsigned long long>(r.first.tsSyncLoss + r.first.syncByteError),
+                  static_cast<unsigned long long>(r.first.patError),
+                  static_cast<unsigned long long>(r.first.continuityCountError),
+                  static_cast<unsigned long long>(r.first.pmtError),
+                  static_cast<unsigned long long>(r.second.transportError),
+                  static_cast<unsigned long long>(r.second.crcError),
+                  static_cast<unsigned long long>(pcr),
+                  static_cast<unsigned long long>(sum(thirdPriority(r))));
+    return line;
+}
+
+::mox::streamcheck::StreamReport packetsSince(const ::mox::streamcheck::StreamReport& now,
+                                              const ::mox::streamcheck::StreamReport& before) {
+    ::mox::streamcheck::StreamReport r = now;
+    r.totalPackets = now.totalPackets - std::min(now.totalPackets, before.totalPackets);
+    r.packetsPerPid.clear();
+    for (const auto& [pid, packets] : now.packetsPerPid) {
+        const auto earlier = before.packetsPerPid.find(pid);
+        const uint64_t then = earlier == before.packetsPerPid.end() ? 0 : earlier->second;
+        if (packets > then) r.packetsPerPid[pid] = packets - then;
+    }
+    return r;
 }
 
 }  // namespace tunerctl

@@ -1,7 +1,9 @@
+#include <algorithm>
 #include <chrono>
 #include <ctime>
 #include <iomanip>
 #include <iostream>
+#include <memory>
 #include <set>
 #include <thread>
 
@@ -14,6 +16,8 @@
 #include "PlpInUse.h"
 #include "ServiceCalls.h"
 #include "StatusFields.h"
+#include "StreamHealth.h"
+#include "StreamSampler.h"
 #include "TunerClient.h"
 #include "World.h"
 
@@ -22,6 +26,9 @@ namespace tunerctl {
 using namespace ::android::hardware::tv::tuner::V1_0;
 
 namespace {
+
+// A watch samples this often; a stream's figures are over this long.
+constexpr std::chrono::milliseconds kSamplePeriod{1000};
 
 // What a monitor shows of one frontend: the types it lists, in display order, those of them the
 // service does not measure, and the channel it watches ("DVB-T 482.000 MHz").
@@ -66,16 +73,6 @@ bool readStatus(bool json, const sp<IFrontend>& frontend, const Monitor& monitor
     return result == Result::SUCCESS;
 }
 
-// Whether the answer shows lock: the demodulator's lock when the frontend reports it.
-std::optional<bool> demodLocked(const std::vector<FrontendStatus>& statuses) {
-    for (const FrontendStatus& s : statuses) {
-        if (s.getDiscriminator() == FrontendStatus::hidl_discriminator::isDemodLocked) {
-            return s.isDemodLocked();
-        }
-    }
-    return std::nullopt;
-}
-
 // Every listed type a row; a figure the frontend does not measure reads "not available".
 void printStatusTable(const Monitor& monitor, const std::vector<FrontendStatus>& statuses) {
     std::cout << "  " << std::left << std::setw(10) << "channel" << monitor.watching << "\n";
@@ -94,17 +91,18 @@ std::string isoTime(std::time_t when) {
 // One line per sample: its number, the time, the channel and the figures the frontend measures
 // (the others were named once when the watch began); a JSON object per line for --json.
 void printStatusLine(bool json, const Monitor& monitor, uint64_t sample,
-                     const std::vector<FrontendStatus>& statuses) {
+                     const std::vector<FrontendStatus>& statuses,
+                     const std::optional<StreamSampler::Sample>& figures) {
     const std::time_t now = std::time(nullptr);
     const std::vector<StatusField> fields = statusFields(statuses, monitor.notMeasured);
     if (json) {
-        std::cout << JsonObject()
-                             .add("sample", sample)
-                             .add("time", isoTime(now))
-                             .add("channel", monitor.watching)
-                             .addRaw("status", statusFieldsJson(fields))
-                             .str()
-                  << std::endl;
+        JsonObject o;
+        o.add("sample", sample)
+                .add("time", isoTime(now))
+                .add("channel", monitor.watching)
+                .addRaw("status", statusFieldsJson(fields));
+        if (figures) o.addRaw("stream", streamHealthJson(figures->report, figures->seconds));
+        std::cout << o.str() << std::endl;
         return;
     }
     char clock[16];
@@ -113,6 +111,7 @@ void printStatusLine(bool json, const Monitor& monitor, uint64_t sample,
     for (const StatusField& field : fields) {
         if (field.text != kNotAvailable) std::cout << "  " << field.name << " " << field.text;
     }
+    if (figures) std::cout << "  " << streamHealthLine(figures->report, figures->seconds);
     std::cout << std::endl;
 }
 
@@ -149,9 +148,9 @@ void notice(bool json, const std::string& text) {
 // After the service died: the frontend of a new instance, tuned again to the channel the watch
 // was given; null if Ctrl-C came first.
 sp<IFrontend> rejoin(const GlobalOptions& global, const TuneOptions& options,
-                     const ChannelOptions& channel) {
+                     const ChannelOptions& channel, sp<ITuner>& tuner) {
     notice(global.json, "the tuner service died; waiting for a new instance");
-    sp<ITuner> tuner = reconnectTuner();
+    tuner = reconnectTuner();
     if (tuner == nullptr) return nullptr;
     std::string error;
     sp<IFrontend> frontend = openFrontend(tuner, options.id, error);
@@ -168,10 +167,12 @@ sp<IFrontend> rejoin(const GlobalOptions& global, const TuneOptions& options,
 }
 
 // Until Ctrl-C, which is how a watch ends. A watch outlives the service: it waits for a new
-// instance and goes on with it (frontend is then the new instance's).
+// instance and goes on with it (frontend is then the new instance's). With a stream sampler each
+// sample also reads the stream for the second before it.
 int watch(const GlobalOptions& global, const TuneOptions& options, const ChannelOptions& channel,
-          sp<IFrontend>& frontend, const Monitor& monitor) {
+          sp<IFrontend>& frontend, const Monitor& monitor, std::unique_ptr<StreamSampler> sampler) {
     installInterruptHandler();
+    const bool stream = sampler != nullptr;
     std::vector<std::string> unmeasured;
     for (FrontendStatusType type : monitor.types) {
         if (monitor.notMeasured.count(toString(type)) != 0) unmeasured.push_back(statusName(type));
@@ -182,6 +183,7 @@ int watch(const GlobalOptions& global, const TuneOptions& options, const Channel
     }
     const std::vector<FrontendStatusType>& types = monitor.types;
     for (uint64_t sample = 1; !interrupted(); ++sample) {
+        if (sampler) sampler->collect(kSamplePeriod);
         std::vector<FrontendStatus> statuses;
         Result result = Result::UNKNOWN_ERROR;
         bool answered = false;
@@ -195,24 +197,53 @@ int watch(const GlobalOptions& global, const TuneOptions& options, const Channel
                                .isOk();
         }
         if (!answered || serviceDied()) {
-            if ((frontend = rejoin(global, options, channel)) == nullptr) break;
+            sampler.reset();  // its demux went with the service
+            sp<ITuner> tuner;
+            if ((frontend = rejoin(global, options, channel, tuner)) == nullptr) break;
+            if (stream) {
+                std::string error;
+                sampler = StreamSampler::open(tuner, options.id, error);
+                if (!sampler) notice(global.json, "no stream figures: " + error);
+            }
             continue;
         }
         if (result == Result::SUCCESS) {
-            printStatusLine(global.json, monitor, sample, statuses);
+            std::optional<StreamSampler::Sample> figures;
+            if (sampler) figures = sampler->sample();
+            printStatusLine(global.json, monitor, sample, statuses, figures);
         } else {
             reportFailure(global.json, kServiceError, "getStatus: " + toString(result));
         }
+        if (sampler) continue;
         for (int i = 0; i < 10 && !interrupted(); ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            std::this_thread::sleep_for(kSamplePeriod / 10);
         }
     }
     return kInterrupted;
 }
 
+// Whether this command may bind a demux of its own to the frontend for --stream: not when it did
+// not tune and another demux is fed by it (binding would take that client's stream).
+bool mayWatchStream(const GlobalOptions& global, const sp<ITuner>& tuner, uint32_t id,
+                    bool tunedHere, int& code) {
+    if (tunedHere) return true;
+    const ServiceDump state = serviceState(tuner, "status");
+    const auto bound = state.bindings.find(id);
+    // A binding outlives its demux's close; only an open demux has a stream to lose.
+    if (bound == state.bindings.end() || std::find(state.demuxes.begin(), state.demuxes.end(),
+                                                   bound->second) == state.demuxes.end()) {
+        return true;
+    }
+    code = reportFailure(global.json, kUsageError,
+                         "frontend " + std::to_string(id) + " feeds demux " +
+                                 std::to_string(bound->second) +
+                                 ", which --stream would take from it: name a channel to tune");
+    return false;
+}
+
 // Opens the frontend, tunes it when a channel is named, then shows its signal once or until
 // Ctrl-C.
-int showSignal(const GlobalOptions& global, const TuneOptions& options, bool watchIt) {
+int showSignal(const GlobalOptions& global, const TuneOptions& options, bool watchIt, bool stream) {
     sp<ITuner> tuner = connectTuner();
     std::string error;
     sp<IFrontend> frontend = openFrontend(tuner, options.id, error);
@@ -229,22 +260,36 @@ int showSignal(const GlobalOptions& global, const TuneOptions& options, bool wat
         if (tuned->code != kSuccess && tuned->code != kNoLock) return tuned->code;
     }
     const Monitor monitor = monitorOf(tuner, options.id, tuned ? tuned->channel : "");
+    std::unique_ptr<StreamSampler> sampler;
+    if (stream) {
+        int code = kSuccess;
+        if (!mayWatchStream(global, tuner, options.id, tuned.has_value(), code)) return code;
+        sampler = StreamSampler::open(tuner, options.id, error);
+        if (!sampler) return reportFailure(global.json, kServiceError, error);
+    }
     if (watchIt) {
-        const int code = watch(global, options, c, frontend, monitor);
+        const int code = watch(global, options, c, frontend, monitor, std::move(sampler));
         if (!serviceDied()) call("stopTune", [&] { return frontend->stopTune(); });
         return code;
+    }
+    std::optional<StreamSampler::Sample> figures;
+    if (sampler) {
+        installInterruptHandler();
+        sampler->collect(kSamplePeriod);
+        figures = sampler->sample();
+        sampler.reset();
     }
     std::vector<FrontendStatus> statuses;
     if (!readStatus(global.json, frontend, monitor, statuses)) return kServiceError;
     if (global.json) {
-        std::cout << JsonObject()
-                             .add("channel", monitor.watching)
-                             .addRaw("status",
-                                     statusFieldsJson(statusFields(statuses, monitor.notMeasured)))
-                             .str()
-                  << "\n";
+        JsonObject o;
+        o.add("channel", monitor.watching)
+                .addRaw("status", statusFieldsJson(statusFields(statuses, monitor.notMeasured)));
+        if (figures) o.addRaw("stream", streamHealthJson(figures->report, figures->seconds));
+        std::cout << o.str() << "\n";
     } else {
         printStatusTable(monitor, statuses);
+        if (figures) std::cout << streamHealthText(figures->report, figures->seconds);
     }
     if (tuned) return tuned->code;
     // Without a tune of its own, the exit code says whether the frontend has lock now.
@@ -413,11 +458,11 @@ int runTune(const GlobalOptions& global, const TuneOptions& options) {
         return reportFailure(global.json, kUsageError,
                              "name the channel with --dvbt, --dvbc, --dvbs or --channel");
     }
-    return showSignal(global, options, false);
+    return showSignal(global, options, false, false);
 }
 
-int runStatus(const GlobalOptions& global, const TuneOptions& options, bool watchIt) {
-    return showSignal(global, options, watchIt);
+int runStatus(const GlobalOptions& global, const TuneOptions& options, bool watchIt, bool stream) {
+    return showSignal(global, options, watchIt, stream);
 }
 
 int runDemux(const GlobalOptions& global, const TuneOptions& options) {

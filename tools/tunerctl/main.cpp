@@ -94,6 +94,7 @@ struct CommandLine {
     tunerctl::TuneOptions tune;
     tunerctl::TuneOptions status;
     bool watch = false;
+    bool stream = false;
     tunerctl::TuneOptions demux;
     tunerctl::ScanOptions scan;
     tunerctl::RecordOptions record;
@@ -138,6 +139,9 @@ void addSignalCommands(CLI::App& app, CommandLine& c) {
     CLI::App* status = app.add_subcommand("status", "show a frontend's signal");
     status->add_option("id", c.status.id)->required();
     status->add_flag("--watch", c.watch, "refresh once a second until Ctrl-C");
+    status->add_flag("--stream", c.stream,
+                     "also read the stream through a demux: bit rate, per-PID rates and the "
+                     "TR 101 290 counts (over a second, or at each sample of --watch)");
     addChannelOptions(status, c.status.channel);
     addChannelFileOptions(status, c.status);
 
@@ -256,7 +260,7 @@ int run(const CLI::App& app, const CommandLine& c) {
     if (app.got_subcommand("lnbs")) return runLnbs(c.global);
     if (app.got_subcommand("lnb")) return runLnb(c.global, c.lnb);
     if (app.got_subcommand("tune")) return runTune(c.global, c.tune);
-    if (app.got_subcommand("status")) return runStatus(c.global, c.status, c.watch);
+    if (app.got_subcommand("status")) return runStatus(c.global, c.status, c.watch, c.stream);
     if (app.got_subcommand("demux")) return runDemux(c.global, c.demux);
     if (app.got_subcommand("scan")) return runScan(c.global, c.scan);
     if (app.got_subcommand("record")) return runRecord(c.global, c.record);
