@@ -2,12 +2,14 @@
 # tunerctl after a lock, on the built-in box and an example installation, checked with
 # independent tools: libdvbv5's dvb-format-convert reads the channel file a scan wrote, ffprobe
 # opens a recording, and the tables of a recording played back are the tables of the air.
-# Usage: data_commands.sh TUNERCTL EXAMPLES_DIR
+# Usage: data_commands.sh TUNERCTL EXAMPLES_DIR SERVICE_SCRIPT SERVICE_BINARY
 set -eu
 tunerctl="$1"
 examples="$2"
+service_script="$3"
+export MOX_SERVICE_BINARY="$4"
 work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+trap 'MOX_HIDL_SERVICE_DIR="$work/dir" "$service_script" stop >/dev/null 2>&1 || true; rm -rf "$work"' EXIT
 fail() { echo "FAIL: $*"; exit 1; }
 run() { "$tunerctl" "$@" 2>"$work/stderr"; }
 
@@ -33,17 +35,55 @@ grep -q "^Vale Weather:650000:.*:T:0:257:258:0:0:65:" "$work/channels.vdr" ||
 run tune 0 --channel "Vale Weather" -c "$work/channels.conf" | grep -q "^LOCKED$" ||
   fail "tune by name: $(cat "$work/stderr")"
 
-# A cable network of an example installation, its services by name.
-MOX_SIMULATOR_ENVIRONMENT="$examples/cable-network.json" "$tunerctl" scan 0 --dvbc 306MHz \
-  --symbol-rate 6.9M >"$work/cable" 2>/dev/null || fail "cable scan"
-python3 - "$examples/cable-network.json" "$work/cable" <<'EOF' || fail "cable services"
+# Every example installation's services by name, from scans that start on one multiplex of each
+# network and reach the others through its NIT.
+example_scan() {
+  example="$1"
+  shift
+  MOX_SIMULATOR_ENVIRONMENT="$examples/$example.json" "$tunerctl" scan 0 "$@" >>"$work/$example" \
+    2>"$work/stderr" || fail "$example scan $*: $(cat "$work/stderr")"
+}
+# all_listed EXAMPLE [MHz...]: every service of the example (of the multiplexes at those MHz only).
+all_listed() {
+  python3 - "$examples/$1.json" "$work/$1" "$@" <<'EOF' || fail "$1 services"
 import json, sys
 world = json.load(open(sys.argv[1]))
 listed = open(sys.argv[2]).read()
-names = [s["name"] for t in world.get("transmitters", []) for s in t.get("multiplex", {}).get("services", [])]
+muxes = world.get("transmitters", []) + [t for s in world.get("satellites", []) for t in s["transponders"]]
+only = [int(mhz) for mhz in sys.argv[4:]]
+muxes = [t for t in muxes if not only or t["frequencyMHz"] in only]
+names = [s["name"] for t in muxes for s in t.get("multiplex", {}).get("services", [])]
 missing = [n for n in names if '"%s"' % n not in listed]
-sys.exit("not listed: %s" % missing if missing else 0)
+sys.exit("%s: not listed: %s" % (sys.argv[1], missing) if missing else 0)
 EOF
+}
+example_scan cable-network --dvbc 306MHz --symbol-rate 6.9M
+all_listed cable-network
+from_the_nit() { grep -q "(from the NIT)" "$work/$1" || fail "$1: no multiplex came from the NIT"; }
+from_the_nit cable-network
+example_scan terrestrial-region --dvbt 177MHz --bandwidth 7MHz
+example_scan terrestrial-region --dvbt 538MHz
+all_listed terrestrial-region
+from_the_nit terrestrial-region
+example_scan dish-two-satellites --dvbs 10744MHz --polarisation H --lnb EXTENDED --sat 0 \
+  --symbol-rate 22M
+example_scan dish-two-satellites --dvbs 11362MHz --polarisation V --lnb UNIVERSAL --sat 1 \
+  --symbol-rate 27.5M
+all_listed dish-two-satellites
+from_the_nit dish-two-satellites
+# The misbehaving board, by design: its first tune fails, its terrestrial tuner never locks, and
+# its 306 MHz multiplex flaps with every packet damaged. On a service of the test's own, which
+# keeps the box between commands, a second scan of its clean 314 MHz multiplex lists that one's
+# services and says the tables of 306 MHz, which its NIT announces, did not come.
+board() { env -u TUNERCTL_IN_PROCESS MOX_HIDL_SERVICE_DIR="$work/dir" "$tunerctl" "$@"; }
+MOX_HIDL_SERVICE_DIR="$work/dir" MOX_SIMULATOR_ENVIRONMENT="$examples/misbehaving-board.json" \
+  "$service_script" start >/dev/null || fail "the misbehaving board's service did not start"
+board scan 0 --dvbc 314MHz --symbol-rate 6.9M >/dev/null 2>&1 || true
+board scan 0 --dvbc 314MHz --symbol-rate 6.9M >"$work/misbehaving-board" 2>"$work/stderr" ||
+  fail "misbehaving board: $(cat "$work/stderr")"
+all_listed misbehaving-board 314
+grep -A1 "^multiplex DVB-C 306.000 MHz (from the NIT)" "$work/misbehaving-board" |
+  grep -q "not whole in time: PAT" || fail "306 MHz: $(cat "$work/misbehaving-board")"
 
 # A recording of one service: ffprobe finds it by name with its streams, as long as asked.
 run record 0 --channel "Vale Sport" -c "$work/channels.conf" -t 4s -o "$work/sport.ts" \
