@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "ServiceProcess.h"
+#include "TunerctlRuns.h"
 
 namespace {
 
@@ -23,6 +24,7 @@ class StreamHealthProcessTest : public ::testing::Test {
   protected:
     void SetUp() override {
         mDir = getenv("MOX_HIDL_SERVICE_DIR");
+        mRuns.setDirectory(mDir);
         mService = spawnService(mDir + "/service.log");
         ASSERT_TRUE(eventually([&] { return tunerctl({"world"}) == 0; }))
                 << readFile(mDir + "/service.log");
@@ -35,17 +37,10 @@ class StreamHealthProcessTest : public ::testing::Test {
         kill(mService, SIGTERM);
         waitForChild(mService);
     }
-    ProgramRun start(const std::vector<std::string>& args) {
-        std::vector<std::string> argv{TUNERCTL_BINARY};
-        argv.insert(argv.end(), args.begin(), args.end());
-        return startProgram(argv, mDir + "/tunerctl-" + std::to_string(++mRuns));
-    }
+    ProgramRun start(const std::vector<std::string>& args) { return mRuns.start(args); }
     int tunerctl(const std::vector<std::string>& args, ProgramRun* kept = nullptr,
                  std::chrono::milliseconds bound = kBound) {
-        ProgramRun r = start(args);
-        const int status = finishProgram(r, bound);
-        if (kept != nullptr) *kept = r;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        return mRuns.run(args, kept, bound);
     }
     void world(const std::vector<std::string>& change) {
         std::vector<std::string> args{"world"};
@@ -77,7 +72,7 @@ class StreamHealthProcessTest : public ::testing::Test {
     std::string mDir;
     pid_t mService = -1;
     ProgramRun mWatch;
-    int mRuns = 0;
+    TunerctlRuns mRuns;
 };
 
 struct Counted {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "ServiceProcess.h"
+#include "TunerctlRuns.h"
 
 namespace {
 
@@ -17,7 +18,10 @@ using namespace testing_support;
 
 class WorldProcessTest : public ::testing::Test {
   protected:
-    void SetUp() override { mDir = getenv("MOX_HIDL_SERVICE_DIR"); }
+    void SetUp() override {
+        mDir = getenv("MOX_HIDL_SERVICE_DIR");
+        mRuns.setDirectory(mDir);
+    }
     void TearDown() override {
         if (mService > 0) {
             kill(mService, SIGTERM);
@@ -35,18 +39,10 @@ class WorldProcessTest : public ::testing::Test {
         ASSERT_TRUE(eventually([&] { return tunerctl({"world"}) == 0; }))
                 << readFile(mDir + "/service.log");
     }
-    ProgramRun start(const std::vector<std::string>& args) {
-        std::vector<std::string> argv{TUNERCTL_BINARY};
-        argv.insert(argv.end(), args.begin(), args.end());
-        return startProgram(argv, mDir + "/tunerctl-" + std::to_string(++mRuns));
-    }
-    // A whole run's exit code (-1 for a signal or no end in time); its output in `kept`.
+    ProgramRun start(const std::vector<std::string>& args) { return mRuns.start(args); }
     int tunerctl(const std::vector<std::string>& args, ProgramRun* kept = nullptr,
                  std::chrono::milliseconds bound = kBound) {
-        ProgramRun r = start(args);
-        const int status = finishProgram(r, bound);
-        if (kept != nullptr) *kept = r;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        return mRuns.run(args, kept, bound);
     }
     std::string worldJson() {
         ProgramRun r;
@@ -56,7 +52,7 @@ class WorldProcessTest : public ::testing::Test {
 
     std::string mDir;
     pid_t mService = -1;
-    int mRuns = 0;
+    TunerctlRuns mRuns;
 };
 
 TEST_F(WorldProcessTest, TheWorldShowsWhatAnotherClientsLnbCommandsDid) {
