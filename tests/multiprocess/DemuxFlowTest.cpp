@@ -83,6 +83,10 @@ class FilterEvents : public IFilterCallback {
         std::lock_guard<std::mutex> guard(mLock);
         return std::find(mStatuses.begin(), mStatuses.end(), status) != mStatuses.end();
     }
+    size_t statusCount() {
+        std::lock_guard<std::mutex> guard(mLock);
+        return mStatuses.size();
+    }
 
   private:
     std::mutex mLock;
@@ -189,6 +193,10 @@ class DvrStatuses : public IDvrCallback {
     std::vector<PlaybackStatus> playbackSoFar() {
         std::lock_guard<std::mutex> guard(mLock);
         return playback;
+    }
+    std::vector<DemuxFilterStatus> recordSoFar() {
+        std::lock_guard<std::mutex> guard(mLock);
+        return record;
     }
 
   private:
@@ -503,6 +511,12 @@ TEST_F(DemuxFlowTest, ARecordFiltersPacketsReachTheDvrWholeAndAsTheAirSentThem) 
                   static_cast<uint32_t>(DemuxTsIndex::PAYLOAD_UNIT_START_INDICATOR));
         EXPECT_EQ(events[i].tsRecord().byteNumber, i * 188);
     }
+    // The queue's statuses are the DVR's: the record filter's own queue stays empty.
+    EXPECT_TRUE(eventually([&] {
+        const auto statuses = dvr.statuses->recordSoFar();
+        return std::count(statuses.begin(), statuses.end(), DemuxFilterStatus::DATA_READY) > 0;
+    }));
+    EXPECT_EQ(pat.events->statusCount(), 0u);
     EXPECT_EQ(dvr.dvr->stop(), Result::SUCCESS);
     EXPECT_EQ(dvr.dvr->detachFilter(pat.filter), Result::SUCCESS);
     EXPECT_EQ(dvr.dvr->detachFilter(pat.filter), Result::INVALID_ARGUMENT);

@@ -97,6 +97,7 @@ void DvrQueue::signalRecorded() {
 }
 
 void DvrQueue::reportRecord(uint8_t bits) {
+    if (bits == 0) return;
     for (uint8_t b = 1; b != 0 && b <= 0x08; b <<= 1) {
         if ((bits & b) && mPending.recordStatuses.size() < kMaxPendingStatuses)
             mPending.recordStatuses.push_back(static_cast<DemuxFilterStatus>(b));

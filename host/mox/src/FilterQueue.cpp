@@ -54,6 +54,9 @@ void FilterQueue::event(const mox::demux::FilterEvent& event) {
 }
 
 void FilterQueue::status(DemuxFilterStatus status) {
+    // A record filter's bytes go to its DVR, whose statuses tell of them; its own queue stays
+    // empty and has nothing to report.
+    if (mRecordTarget != nullptr) return;
     if (mPending.statuses.size() < kMaxPendingEvents) mPending.statuses.push_back(status);
 }
 
