@@ -137,6 +137,15 @@ bool RecordingSink::write(const uint8_t* data, size_t size) {
     return true;
 }
 
+std::vector<Bytes> RecordingSink::packets() const {
+    std::vector<Bytes> out;
+    for (const Bytes& unit : units) {
+        for (size_t at = 0; at + 188 <= unit.size(); at += 188)
+            out.emplace_back(unit.begin() + at, unit.begin() + at + 188);
+    }
+    return out;
+}
+
 bool XorDescrambler::descramble(uint16_t pid, uint8_t* packet) {
     if (!enabled || (onlyPid != 0xFFFF && pid != onlyPid)) return false;
     uint8_t* payload = ts_payload(packet);

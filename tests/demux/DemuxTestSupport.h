@@ -57,6 +57,9 @@ class RecordingSink : public mox::demux::FilterSink {
     void read(size_t size) { mRead += size; }
     void readAll() { mRead = mWritten; }
 
+    // What it was given, cut into 188-byte packets (a write may hold several).
+    std::vector<Bytes> packets() const;
+
     std::vector<Bytes> units;  // each write
     std::vector<mox::demux::FilterEvent> events;
     std::vector<mox::demux::DemuxFilterStatus> statuses;

@@ -48,6 +48,9 @@ class FilterQueue : public mox::demux::FilterSink {
     size_t fill() const override;
     void event(const mox::demux::FilterEvent& event) override;
     void status(DemuxFilterStatus status) override;
+    const void* destination() const override {
+        return mRecordTarget != nullptr ? static_cast<const void*>(mRecordTarget) : this;
+    }
 
     // A record filter attached to a DVR writes its packets there; null: to its own queue.
     void setRecordTarget(DvrQueue* target) { mRecordTarget = target; }

@@ -16,23 +16,16 @@ using Kind = Settings::hidl_discriminator;
 
 }  // namespace
 
-struct DemuxEngine::Slot {
-    DemuxTsFilterType type = DemuxTsFilterType::UNDEFINED;
-    uint16_t pid = 0;
-    FilterCounters counters;
-    std::unique_ptr<PacketFilter> filter;
-};
-
 DemuxEngine::DemuxEngine(PacketDescrambler* descrambler) : mDescrambler(descrambler) {}
 
 DemuxEngine::~DemuxEngine() = default;
 
 DemuxEngine::Slot* DemuxEngine::slot(uint32_t id) {
-    return id < mSlots.size() ? mSlots[id].get() : nullptr;
+    return id < mSlots.size() && mSlots[id].filter ? &mSlots[id] : nullptr;
 }
 
 const DemuxEngine::Slot* DemuxEngine::slot(uint32_t id) const {
-    return id < mSlots.size() ? mSlots[id].get() : nullptr;
+    return id < mSlots.size() && mSlots[id].filter ? &mSlots[id] : nullptr;
 }
 
 Result DemuxEngine::addFilter(DemuxTsFilterType type, const DemuxTsFilterSettings& settings,
@@ -47,14 +40,15 @@ Result DemuxEngine::addFilter(DemuxTsFilterType type, const DemuxTsFilterSetting
         return Result::INVALID_ARGUMENT;
     size_t free = mSlots.size();
     for (size_t i = 0; i < mSlots.size(); ++i) {
-        if (!mSlots[i]) {
+        if (!mSlots[i].filter) {
             free = i;
             break;
         }
     }
     if (free == mSlots.size()) return Result::UNAVAILABLE;
 
-    auto s = std::make_unique<Slot>();
+    Slot* s = &mSlots[free];
+    *s = Slot{};
     s->type = type;
     s->pid = settings.tpid;
     auto output = [&] { return FilterOutput(*resources.sink, resources.tracker, s->counters); };
@@ -98,8 +92,11 @@ Result DemuxEngine::addFilter(DemuxTsFilterType type, const DemuxTsFilterSetting
             return Result::INVALID_ARGUMENT;
     }
     if (!s->filter) return Result::INVALID_ARGUMENT;
+    // Runs pay where packets come back to back to one place: a whole stream, or the record
+    // filters of one DVR. A TS filter's single PID seldom has two packets in a row on the air.
+    if (type == DemuxTsFilterType::RECORD || s->pid == kWholeStreamPid)
+        s->runOutput = s->filter->runOutput();
     mPidTable[s->pid].set(free);
-    mSlots[free] = std::move(s);
     id = static_cast<uint32_t>(free);
     return Result::SUCCESS;
 }
@@ -109,7 +106,7 @@ Result DemuxEngine::removeFilter(uint32_t id) {
     if (s == nullptr) return Result::INVALID_ARGUMENT;
     mPidTable[s->pid].reset(id);
     mRunning.reset(id);
-    mSlots[id].reset();
+    *s = Slot{};
     return Result::SUCCESS;
 }
 
@@ -164,13 +161,56 @@ const FilterCounters* DemuxEngine::counters(uint32_t id) const {
 
 size_t DemuxEngine::filterCount() const {
     size_t n = 0;
-    for (const auto& s : mSlots) n += s ? 1 : 0;
+    for (const auto& s : mSlots) n += s.filter ? 1 : 0;
     return n;
 }
 
 void DemuxEngine::packets(const uint8_t* data, size_t size) {
     for (; size >= kTsPacketSize; data += kTsPacketSize, size -= kTsPacketSize) packet(data);
+    endRun();
     if (size > 0) ++mInput.syncErrors;
+}
+
+void DemuxEngine::addToRun(const uint8_t* bytes, size_t slotIndex, FilterOutput& output) {
+    if (mRun.packets > 0 &&
+        (mRun.packets == kMaxRunPackets || mRun.start + mRun.packets * kTsPacketSize != bytes ||
+         (&output != mRun.output && output.destination() != mRun.destination))) {
+        endRun();
+    }
+    if (mRun.packets == 0) {
+        mRun.start = bytes;
+        mRun.destination = output.destination();
+        mRun.output = &output;
+        mRun.shared = false;
+    }
+    mRun.shared |= mRun.output != &output;
+    mRun.slots[mRun.packets++] = static_cast<uint8_t>(slotIndex);
+}
+
+void DemuxEngine::endRun() {
+    if (mRun.packets == 0) return;
+    const size_t packets = mRun.packets;
+    mRun.packets = 0;
+    if (mRun.output->writeRun(mRun.start, packets * kTsPacketSize)) {
+        if (!mRun.shared) {
+            mSlots[mRun.slots[0]].runOutput->deliveredRun(packets);
+            return;
+        }
+        std::array<uint32_t, kMaxFiltersPerDemux> counts{};
+        uint64_t filters = 0;
+        for (size_t i = 0; i < packets; ++i) {
+            ++counts[mRun.slots[i]];
+            filters |= uint64_t{1} << mRun.slots[i];
+        }
+        for (; filters != 0; filters &= filters - 1) {
+            const auto i = static_cast<size_t>(__builtin_ctzll(filters));
+            mSlots[i].runOutput->deliveredRun(counts[i]);
+        }
+        return;
+    }
+    // Short of room: packet by packet, as many as fit, each refusal counted.
+    for (size_t i = 0; i < packets; ++i)
+        mSlots[mRun.slots[i]].runOutput->deliverData(mRun.start + i * kTsPacketSize, kTsPacketSize);
 }
 
 void DemuxEngine::packet(const uint8_t* bytes) {
@@ -189,6 +229,20 @@ void DemuxEngine::packet(const uint8_t* bytes) {
     const std::bitset<kMaxFiltersPerDemux> targets =
             (mPidTable[received.pid] | mPidTable[kWholeStreamPid]) & mRunning;
     if (targets.none()) return;
+    static_assert(kMaxFiltersPerDemux == 64, "one machine word of filter bits");
+    // One filter that takes the packet as it came: into the run.
+    const uint64_t targetBits = targets.to_ullong();
+    if (!received.isScrambled() && (targetBits & (targetBits - 1)) == 0) {
+        const auto i = static_cast<size_t>(__builtin_ctzll(targetBits));
+        Slot& s = mSlots[i];
+        if (s.runOutput != nullptr) {
+            ++s.counters.packets;
+            if (received.transportError) ++s.counters.transportErrors;
+            addToRun(bytes, i, *s.runOutput);
+            return;
+        }
+    }
+    endRun();
 
     const TsPacket* clear = &received;
     TsPacket descrambled;
@@ -205,9 +259,8 @@ void DemuxEngine::packet(const uint8_t* bytes) {
         if (clear == nullptr) ++mInput.unscrambled;
     }
     // Only the filters on the PID, lowest slot first.
-    static_assert(kMaxFiltersPerDemux == 64, "one machine word of filter bits");
-    for (uint64_t bits = targets.to_ullong(); bits != 0; bits &= bits - 1) {
-        Slot& s = *mSlots[static_cast<size_t>(__builtin_ctzll(bits))];
+    for (uint64_t bits = targetBits; bits != 0; bits &= bits - 1) {
+        Slot& s = mSlots[static_cast<size_t>(__builtin_ctzll(bits))];
         ++s.counters.packets;
         s.filter->packet(received, clear);
         if (s.type == DemuxTsFilterType::PCR && received.hasPcr && !received.transportError) {

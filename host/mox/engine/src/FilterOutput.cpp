@@ -3,6 +3,7 @@
 namespace mox::demux {
 
 void FilterOutput::report(uint8_t bits) {
+    if (bits == 0) return;  // most packets change nothing
     for (uint8_t b = 1; b != 0 && b <= FilterStatusTracker::kAllStatuses; b <<= 1) {
         if (bits & b) mSink.status(static_cast<DemuxFilterStatus>(b));
     }
@@ -41,6 +42,11 @@ void FilterOutput::deliverEvent(const FilterEvent& event, size_t fill) {
     ++mCounters.delivered;
     mSink.event(event);
     report(mTracker.filled(fill));
+}
+
+void FilterOutput::deliveredRun(uint64_t units) {
+    mCounters.delivered += units;
+    report(mTracker.filled(mSink.fill()));
 }
 
 void FilterOutput::refused() {

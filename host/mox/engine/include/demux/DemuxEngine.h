@@ -81,13 +81,35 @@ class DemuxEngine {
     size_t filterCount() const;
 
   private:
-    struct Slot;
+    // A filter and what the engine keeps of it, in place: the packet path reaches it without
+    // another pointer. Free while `filter` is null.
+    struct Slot {
+        DemuxTsFilterType type = DemuxTsFilterType::UNDEFINED;
+        uint16_t pid = 0;
+        FilterCounters counters;
+        std::unique_ptr<PacketFilter> filter;
+        FilterOutput* runOutput = nullptr;  // the filter's, when it takes runs
+    };
+    // Consecutive packets, each taken by one run-taking filter alone and all bound for one
+    // destination: written at once when the run ends (before any other output, and at the end
+    // of packets()), which spares every packet a write, a fill and a status check of its own.
+    static constexpr size_t kMaxRunPackets = 1024;
+    struct Run {
+        const uint8_t* start = nullptr;
+        size_t packets = 0;
+        const void* destination = nullptr;
+        FilterOutput* output = nullptr;  // the first packet's filter's: the run goes through it
+        bool shared = false;             // other filters' packets are in it too
+        std::array<uint8_t, kMaxRunPackets> slots{};  // each packet's filter
+    };
+    void addToRun(const uint8_t* bytes, size_t slotIndex, FilterOutput& output);
+    void endRun();
     Slot* slot(uint32_t id);
     const Slot* slot(uint32_t id) const;
     void packet(const uint8_t* bytes);
 
     PacketDescrambler* const mDescrambler;
-    std::array<std::unique_ptr<Slot>, kMaxFiltersPerDemux> mSlots;
+    std::array<Slot, kMaxFiltersPerDemux> mSlots;
     // One bit per filter slot for each PID: the filters registered on it; the last entry
     // (kWholeStreamPid) holds the filters that take every packet.
     std::array<std::bitset<kMaxFiltersPerDemux>, kPidCount + 1> mPidTable{};
@@ -95,6 +117,7 @@ class DemuxEngine {
     std::array<uint8_t, kTsPacketSize> mClear{};  // a scrambled packet after the descrambler
     InputCounters mInput;
     std::optional<uint64_t> mLatestPcr;
+    Run mRun;
 };
 
 }  // namespace mox::demux

@@ -24,6 +24,9 @@ class FilterSink {
     virtual void event(const FilterEvent& event) = 0;
     // A status for the client (one bit of DemuxFilterStatus).
     virtual void status(DemuxFilterStatus status) = 0;
+    // Where the bytes end up: sinks that answer the same write to one queue, in the order
+    // written (record filters of one DVR).
+    virtual const void* destination() const { return this; }
 };
 
 class PacketDescrambler {

@@ -48,6 +48,12 @@ class FilterOutput {
     // The client released media memory, which now holds this many bytes.
     void drained(size_t fill);
 
+    // A run of whole packets (see PacketFilter::runOutput) to the queue at once, all or none,
+    // without counts or statuses: deliveredRun() gives each filter of the run its share.
+    bool writeRun(const uint8_t* data, size_t size) { return mSink.write(data, size); }
+    void deliveredRun(uint64_t units);
+    const void* destination() const { return mSink.destination(); }
+
   private:
     void report(uint8_t bits);
 
@@ -78,6 +84,10 @@ class PacketFilter {
     virtual void reset() {}
     // The client drained the filter's queue or released media memory.
     virtual void drained() = 0;
+    // A filter that hands on each packet as it came and does nothing else for it (TS, RECORD
+    // without indexes) gives its output here: the engine writes runs of consecutive packets
+    // through it at once and counts their transport errors itself. Null: packet() for each.
+    virtual FilterOutput* runOutput() { return nullptr; }
 };
 
 }  // namespace mox::demux

@@ -21,6 +21,10 @@ class RecordFilter final : public PacketFilter {
     void packet(const TsPacket& received, const TsPacket* clear) override;
     void reset() override;
     void drained() override { mOutput.queueDrained(); }
+    // Without indexes asked for, nothing is looked at in a packet (and no offset is told).
+    FilterOutput* runOutput() override {
+        return mSettings.tsIndexMask == 0 && mScanMask == 0 ? &mOutput : nullptr;
+    }
 
     // The DemuxTsIndex bits a packet shows, whatever the mask; `previousScrambling` is the
     // PID's last transport_scrambling_control, or -1 before its first packet.

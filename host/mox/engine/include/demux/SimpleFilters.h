@@ -16,6 +16,7 @@ class TsFilter final : public PacketFilter {
 
     void packet(const TsPacket& received, const TsPacket* clear) override;
     void drained() override { mOutput.queueDrained(); }
+    FilterOutput* runOutput() override { return &mOutput; }
 
   private:
     FilterOutput mOutput;
