@@ -38,6 +38,7 @@
 #include "Demux.h"
 #include "DemuxSettings.h"
 #include "Interleaved.h"
+#include "ProcessCpu.h"
 #include "RingRelay.h"
 
 extern char** environ;
@@ -107,18 +108,24 @@ class IndexEvents : public IFilterCallback {
         events += event.events.size();
         return Void();
     }
-    Return<void> onFilterStatus(DemuxFilterStatus) override { return Void(); }
+    Return<void> onFilterStatus(DemuxFilterStatus) override {
+        ++statuses;
+        return Void();
+    }
     std::atomic<uint64_t> events{0};
+    std::atomic<uint64_t> statuses{0};
 };
 
 class DvrStatuses : public IDvrCallback {
   public:
     Return<void> onRecordStatus(DemuxFilterStatus status) override {
+        ++statuses;
         if (status == DemuxFilterStatus::OVERFLOW) ++overflows;
         return Void();
     }
     Return<void> onPlaybackStatus(PlaybackStatus) override { return Void(); }
     std::atomic<uint64_t> overflows{0};
+    std::atomic<uint64_t> statuses{0};
 };
 
 struct OpenDvr {
@@ -228,6 +235,8 @@ void BM_DvrRecordAgainstRingRelay(benchmark::State& state) {
         state.SkipWithError("the recording is not the stream");
     } else {
         bool lost = false;
+        const uint64_t serviceCpu0 = bench::processCpuNs(gService);
+        const uint64_t relayCpu0 = bench::processCpuNs(gRelay.pid);
         bench::interleaved(
                 state,
                 [&] {
@@ -240,12 +249,22 @@ void BM_DvrRecordAgainstRingRelay(benchmark::State& state) {
                 },
                 1);
         if (lost) state.SkipWithError("packets were lost on the way");
+        // Only the measured passes make the service work, only the floor's the relay.
+        const double passes = double(state.iterations());
+        state.counters["service_cpu_ns"] =
+                double(bench::processCpuNs(gService) - serviceCpu0) / passes;
+        state.counters["relay_cpu_ns"] =
+                double(bench::processCpuNs(gRelay.pid) - relayCpu0) / passes;
         const double bits = double(air.packets.size()) * 8;
         state.counters["mbit_s"] = bits / state.counters["ns"] * 1000;
         state.counters["floor_mbit_s"] = bits / state.counters["floor_ns"] * 1000;
         state.counters["stream_mbit_s"] = double(air.bitRate) / 1e6;
         state.counters["index_events"] = double(index->events.load());
         state.counters["overflows"] = double(statuses->overflows.load());
+        // Callbacks a second of the stream costs, each a message to this process.
+        const double withCheck = double(state.iterations()) + 1;
+        state.counters["dvr_statuses"] = double(statuses->statuses.load()) / withCheck;
+        state.counters["filter_statuses"] = double(index->statuses.load()) / withCheck;
     }
     playback.dvr->stop();
     record.dvr->stop();
