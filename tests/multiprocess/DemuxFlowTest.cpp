@@ -50,6 +50,7 @@ constexpr uint16_t kPmtPid = 0x100;
 constexpr uint16_t kVideoPid = 0x101;
 constexpr uint16_t kAudioPid = 0x102;
 constexpr uint32_t kQueueBytes = 1 << 20;
+constexpr uint16_t kWholeStreamPid = 0x2000;  // a TS filter on it takes every packet
 // Its scrambled service is the third of the first terrestrial multiplex (DVB-T2, 474 MHz):
 // service id 0x0013, H.264 video on 0x121, scrambled with the service's control word.
 constexpr uint32_t kScrambledMultiplexHz = 474000000;
@@ -566,6 +567,63 @@ TEST_F(DemuxFlowTest, APlayedStreamReachesASectionFilterUnchanged) {
     EXPECT_EQ(pmt.filter->close(), Result::SUCCESS);
     EXPECT_EQ(player->close(), Result::SUCCESS);
     EXPECT_EQ(dvr.dvr->close(), Result::INVALID_STATE);
+}
+
+// A client that writes a playback DVR as fast as the queue takes it, never waiting for the
+// player, is held back by the queue (SPACE_FULL), not buffered for: a filter it never reads
+// overflows and everything is played.
+void writeFasterThanItPlays(const sp<ITuner>& tuner) {
+    sp<IDemux> player;
+    tuner->openDemux([&](Result, uint32_t, const sp<IDemux>& d) { player = d; });
+    ASSERT_NE(player, nullptr);
+    OpenDvr dvr(player, DvrType::PLAYBACK, 64 * 1024);
+    ASSERT_NE(dvr.dvr, nullptr);
+    OpenFilter unread(player, DemuxTsFilterType::TS, plainOn(kWholeStreamPid));
+    ASSERT_NE(unread.filter, nullptr);
+    ASSERT_EQ(dvr.dvr->start(), Result::SUCCESS);
+
+    const std::vector<uint8_t> stream = localAir(1000000);
+    ASSERT_FALSE(stream.empty());
+    const size_t total = 4 * stream.size();
+    size_t written = 0;
+    while (written < total) {
+        const size_t at = written % stream.size();
+        const size_t n = std::min(dvr.queue->availableToWrite() / 188 * 188, stream.size() - at);
+        if (n == 0) {
+            std::this_thread::yield();
+            continue;
+        }
+        ASSERT_TRUE(dvr.queue->write(&stream[at], n));
+        dvr.flag->wake(static_cast<uint32_t>(DemuxQueueNotifyBits::DATA_READY));
+        written += n;
+    }
+    EXPECT_TRUE(eventually([&] {
+        const auto statuses = dvr.statuses->playbackSoFar();
+        return !statuses.empty() && statuses.back() == PlaybackStatus::SPACE_EMPTY;
+    })) << "all played";
+    const auto statuses = dvr.statuses->playbackSoFar();
+    EXPECT_NE(std::find(statuses.begin(), statuses.end(), PlaybackStatus::SPACE_FULL), statuses.end())
+            << "the first write filled the queue before the player took any of it";
+    EXPECT_TRUE(eventually([&] { return unread.events->sawStatus(DemuxFilterStatus::OVERFLOW); }));
+    EXPECT_EQ(unread.filter->close(), Result::SUCCESS);
+    EXPECT_EQ(dvr.dvr->close(), Result::SUCCESS);
+    EXPECT_EQ(player->close(), Result::SUCCESS);
+}
+
+// Done twice, the second time leaves the service with no more memory or descriptors than the
+// first left it (the first also opens what a session keeps for its callbacks), and no queue
+// memory at all.
+TEST_F(DemuxFlowTest, APlaybackWrittenFasterThanItPlaysIsHeldBackNotBuffered) {
+    writeFasterThanItPlays(mTuner);
+    auto noQueueMemory = [&] {
+        return describeDescriptors(mService).find("memfd") == std::string::npos;
+    };
+    EXPECT_TRUE(eventually(noQueueMemory)) << describeDescriptors(mService);
+    const size_t baseline = openDescriptors(mService);
+    writeFasterThanItPlays(mTuner);
+    EXPECT_TRUE(eventually([&] { return noQueueMemory() && openDescriptors(mService) <= baseline; }))
+            << openDescriptors(mService) << " descriptors, " << baseline << " before:\n"
+            << describeDescriptors(mService);
 }
 
 // What a client writes into its queues' memory breaks its own queues only: a filter whose read

@@ -70,6 +70,7 @@ class DvrQueue {
         size_t secondPackets = 0;
         size_t packets = 0;
     };
+    // Reports the space the client left first.
     PlayRound beginPlay(size_t maxPackets);
     // The round's packets were played: the client may write over them; the statuses of the
     // space left follow.

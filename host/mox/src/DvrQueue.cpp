@@ -107,6 +107,9 @@ void DvrQueue::reportRecord(uint8_t bits) {
 DvrQueue::PlayRound DvrQueue::beginPlay(size_t maxPackets) {
     PlayRound round;
     if (mType != DvrType::PLAYBACK || !mRunning) return round;
+    // The level the client's writes left, before this round makes room: a client that fills the
+    // queue hears SPACE_FULL even when the round empties it.
+    playbackLevel();
     const size_t packets = std::min(maxPackets, mQueue->availableToRead() / kPacketSize);
     Queue::MemTransaction tx;
     if (packets == 0 || !mQueue->beginRead(packets * kPacketSize, &tx)) return round;
