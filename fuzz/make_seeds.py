@@ -143,6 +143,12 @@ write("transport_fuzzer", "body-segment-count-wraps", b"\x03" + struct.pack("<I"
 write("transport_fuzzer", "body-too-many-segments", b"\x03" + struct.pack("<I", 64) + info[4:])
 write("transport_fuzzer", "body-sizes-beyond", b"\x03" + info[:4] + struct.pack("<I", 9) + info[8:])
 write("transport_fuzzer", "body-before-hello", b"\x02" + info)
+# Descriptors with the first bytes (bit 2; bits 3-7 how many): a call that claims them, more than
+# a message may carry, a frame that claims none, and before a hello.
+write("transport_fuzzer", "fds-with-a-call", bytes([0x07 | 3 << 3]) + info)
+write("transport_fuzzer", "fds-beyond-the-bound", bytes([0x07 | 20 << 3]) + info)
+write("transport_fuzzer", "fds-a-frame-does-not-claim", bytes([0x05 | 5 << 3]) + frame(CALL, 0, 1))
+write("transport_fuzzer", "fds-before-hello", bytes([0x04 | 2 << 3]) + frame(CALL, 5, 1))
 
 
 # The trace reader: a header without the capability record and, per seed, the first records of
