@@ -15,6 +15,7 @@
 #include <atomic>
 #include <bitset>
 #include <cstdint>
+#include <initializer_list>
 #include <map>
 #include <memory>
 #include <optional>
@@ -129,8 +130,13 @@ class Demux : public IDemux {
     void detachLocked(uint32_t filterId) REQUIRES(mLock);
     void playbackLoop(uint64_t generation, std::shared_ptr<DvrQueue> queue);
     uint64_t queueBytesLocked() const REQUIRES(mLock);
-    // The engine's work on packets, then what waits in each filter is sent.
-    void process(const uint8_t* packets, size_t size) EXCLUDES(mLock);
+    // The engine's work on pieces of the stream (in their order), then what waits in each filter
+    // is sent: one delivery for all of them.
+    struct Piece {
+        const uint8_t* packets = nullptr;
+        size_t size = 0;
+    };
+    void process(std::initializer_list<Piece> pieces) EXCLUDES(mLock);
     void inputLoop(uint64_t generation);
     std::optional<uint8_t> tunerIndex();
 

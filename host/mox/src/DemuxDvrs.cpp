@@ -169,11 +169,11 @@ void Demux::playbackLoop(uint64_t generation, std::shared_ptr<DvrQueue> queue) {
             if (generation != mPlaybackGeneration) return;
             round = queue->beginPlay(kPlaybackPackets);
         }
-        // Played where the client wrote it (the queue stays mapped while this thread holds it).
-        process(round.first, round.firstPackets * DvrQueue::kPacketSize);
-        if (round.straddling != nullptr) process(round.straddling, DvrQueue::kPacketSize);
-        if (round.secondPackets > 0)
-            process(round.second, round.secondPackets * DvrQueue::kPacketSize);
+        // Played where the client wrote it (the queue stays mapped while this thread holds it),
+        // the pieces of a ring that wrapped as one delivery.
+        process({{round.first, round.firstPackets * DvrQueue::kPacketSize},
+                 {round.straddling, round.straddling != nullptr ? DvrQueue::kPacketSize : 0},
+                 {round.second, round.secondPackets * DvrQueue::kPacketSize}});
         packets = round.packets;
         {
             ::android::Mutex::Autolock guard(mLock);

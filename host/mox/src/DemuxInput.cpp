@@ -86,13 +86,13 @@ void Demux::inputLoop(uint64_t generation) {
         for (int chunk = 0; chunk < kChunksPerRound; ++chunk) {
             const size_t n = input->read(*tuner, from, buffer.data(), kChunkPackets);
             from = 0;
-            if (n > 0) process(buffer.data(), n * mox::demux::kTsPacketSize);
+            if (n > 0) process({{buffer.data(), n * mox::demux::kTsPacketSize}});
             if (n < kChunkPackets) break;
         }
     }
 }
 
-void Demux::process(const uint8_t* packets, size_t size) {
+void Demux::process(std::initializer_list<Piece> pieces) {
     std::vector<FilterDelivery> deliveries;
     std::vector<DvrDelivery> dvrDeliveries;
     {
@@ -103,7 +103,9 @@ void Demux::process(const uint8_t* packets, size_t size) {
                 if (entry.engineId && entry.running) mEngine->drained(*entry.engineId);
             }
             for (auto& [id, dvr] : mDvrs) dvr.queue->recordDrained();
-            if (size > 0) mEngine->packets(packets, size);
+            for (const Piece& piece : pieces) {
+                if (piece.size > 0) mEngine->packets(piece.packets, piece.size);
+            }
         }
         // The bytes are in the queues before any event that tells of them is sent.
         for (auto& [id, entry] : mFilters) {
@@ -126,7 +128,7 @@ void Demux::process(const uint8_t* packets, size_t size) {
 }
 
 void Demux::feedForTest(const uint8_t* packets, size_t size) {
-    process(packets, size);
+    process({{packets, size}});
 }
 
 }  // namespace android::hardware::tv::tuner::V1_0::implementation
