@@ -245,15 +245,14 @@ void DemuxEngine::packet(const uint8_t* bytes) {
     endRun();
 
     const TsPacket* clear = &received;
-    TsPacket descrambled;
     if (received.isScrambled()) {
         clear = nullptr;
         if (mDescrambler != nullptr && !received.transportError) {
             std::memcpy(mClear.data(), bytes, kTsPacketSize);
             if (mDescrambler->descramble(received.pid, mClear.data()) &&
-                parseTsPacket(mClear.data(), descrambled) == PacketError::kNone &&
-                !descrambled.isScrambled()) {
-                clear = &descrambled;
+                parseTsPacket(mClear.data(), mDescrambled) == PacketError::kNone &&
+                !mDescrambled.isScrambled()) {
+                clear = &mDescrambled;
             }
         }
         if (clear == nullptr) ++mInput.unscrambled;

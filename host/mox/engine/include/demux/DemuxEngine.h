@@ -115,6 +115,7 @@ class DemuxEngine {
     std::array<std::bitset<kMaxFiltersPerDemux>, kPidCount + 1> mPidTable{};
     std::bitset<kMaxFiltersPerDemux> mRunning;
     std::array<uint8_t, kTsPacketSize> mClear{};  // a scrambled packet after the descrambler
+    TsPacket mDescrambled;                        // ... as read
     InputCounters mInput;
     std::optional<uint64_t> mLatestPcr;
     Run mRun;
