@@ -49,6 +49,8 @@ class DvrQueue {
     // at again only when they outgrow it) and reach the client together at signalRecorded(): the
     // client's position, in memory it writes all the while, is not read for every packet.
     bool record(const uint8_t* data, size_t size);
+    // The same without counting a refusal: for a run the caller then records packet by packet.
+    bool stage(const uint8_t* data, size_t size);
     // What the queue holds as far as this side knows: at least what the client has yet to read.
     size_t recordFill() const { return mFillSeen + mStaged; }
     uint64_t recordDrops() const { return mRecordDrops; }

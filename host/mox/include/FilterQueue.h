@@ -45,6 +45,7 @@ class FilterQueue : public mox::demux::FilterSink {
 
     // The engine's side.
     bool write(const uint8_t* data, size_t size) override;
+    bool writeRun(const uint8_t* data, size_t size) override;
     size_t fill() const override;
     void event(const mox::demux::FilterEvent& event) override;
     void status(DemuxFilterStatus status) override;

@@ -53,15 +53,16 @@ Result DvrQueue::configure(const DvrSettings& settings) {
 }
 
 bool DvrQueue::record(const uint8_t* data, size_t size) {
-    const bool recording = mRunning && mType == DvrType::RECORD && mRecordTracker;
-    if (recording && mStaged + size > mRoom) refreshRoom();
-    const bool written =
-            recording && mStaged + size <= mRoom && mTransaction.copyTo(data, mStaged, size);
-    if (!written) {
-        ++mRecordDrops;
-        if (mRecordTracker && mRunning) reportRecord(mRecordTracker->refused());
-        return false;
-    }
+    if (stage(data, size)) return true;
+    ++mRecordDrops;
+    if (mRecordTracker && mRunning) reportRecord(mRecordTracker->refused());
+    return false;
+}
+
+bool DvrQueue::stage(const uint8_t* data, size_t size) {
+    if (!mRunning || mType != DvrType::RECORD || !mRecordTracker) return false;
+    if (mStaged + size > mRoom) refreshRoom();
+    if (mStaged + size > mRoom || !mTransaction.copyTo(data, mStaged, size)) return false;
     mStaged += size;
     reportRecord(mRecordTracker->filled(recordFill()));
     return true;

@@ -30,6 +30,11 @@ bool FilterQueue::write(const uint8_t* data, size_t size) {
     return true;
 }
 
+bool FilterQueue::writeRun(const uint8_t* data, size_t size) {
+    if (mRecordTarget != nullptr) return mRecordTarget->stage(data, size);
+    return write(data, size);  // its own queue counts nothing either way
+}
+
 void FilterQueue::signalWritten() {
     if (!mWritten) return;
     mWritten = false;

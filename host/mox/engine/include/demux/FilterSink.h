@@ -18,6 +18,9 @@ class FilterSink {
     virtual ~FilterSink() = default;
     // Puts the bytes in the filter's queue, all of them or none; false when they do not fit.
     virtual bool write(const uint8_t* data, size_t size) = 0;
+    // The same for a run of packets the caller writes one by one if this fails: a refusal here
+    // is no loss, and nothing counts it.
+    virtual bool writeRun(const uint8_t* data, size_t size) { return write(data, size); }
     // Bytes in the queue now: written and not yet read by the client.
     virtual size_t fill() const = 0;
     // An event for the client, after the bytes it describes are in the queue.

@@ -50,7 +50,7 @@ class FilterOutput {
 
     // A run of whole packets (see PacketFilter::runOutput) to the queue at once, all or none,
     // without counts or statuses: deliveredRun() gives each filter of the run its share.
-    bool writeRun(const uint8_t* data, size_t size) { return mSink.write(data, size); }
+    bool writeRun(const uint8_t* data, size_t size) { return mSink.writeRun(data, size); }
     void deliveredRun(uint64_t units);
     const void* destination() const { return mSink.destination(); }
 
